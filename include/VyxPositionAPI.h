@@ -1,0 +1,320 @@
+/*
+ * libVyxPosition: host library for a stereo optical position tracker.
+ *
+ * Every function takes the handle made by Vyx_API_Initial (all but
+ * Vyx_API_GetLibVersion) and returns an E_ReturnValue:
+ *   0 success; 1 USB device not found; 2 not connected (no successful
+ *   Vyx_ConnectDevice, or the addressed transport is not open); 3 read failed,
+ *   timed out or frame malformed; 4 write failed; 5 no new frame since the last
+ *   call; 6 handle already initialised; 7 null or closed handle; -1 bad argument
+ *   or failed step.
+ *
+ * Calls on one handle are serialised by the handle's own lock; different
+ * handles are independent. Vyx_API_Close must not race with other calls on the
+ * same handle. A null pointer argument gives -1 (after the handle and connected
+ * checks), never a crash. Outputs are written only on success unless a
+ * function says otherwise.
+ *
+ * Exceptions: none cross this interface, except std::system_error when the
+ * handle's lock cannot be taken and cv::Exception when a rotation utility is
+ * given a matrix of the wrong shape or type.
+ *
+ * The functions that take C++ containers are declared for C++ callers only;
+ * the rest of this header compiles as C99.
+ */
+#ifndef VYX_POSITION_API_H
+#define VYX_POSITION_API_H
+
+#include "VyxPositionTypes.h"
+
+#ifdef __cplusplus
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+#endif
+
+#if defined(_WIN32)
+#define VYX_API
+#else
+#define VYX_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Opaque handle of one tracker engine. Null means no engine. */
+typedef void* VyxHandle;
+
+/* ---- Lifecycle ---------------------------------------------------------- */
+
+/* Constant version text of the library. Never null. */
+VYX_API const char* Vyx_API_GetLibVersion(void);
+
+/*
+ * Creates an engine and stores it in *handle. Starts the USB, Ethernet and
+ * Wi-Fi receiver threads, which idle until their link is opened.
+ * Returns 0; 6 if *handle is not null (the existing engine stays); -1 if
+ * handle itself is null.
+ */
+VYX_API int Vyx_API_Initial(VyxHandle* handle);
+
+/*
+ * Stops the receiver threads, closes the links, frees the engine and sets
+ * *handle to null. Returns within a bounded time even when the tracker stopped
+ * answering. Returns 0, or 7 if handle or *handle is null or not a live engine.
+ */
+VYX_API int Vyx_API_Close(VyxHandle* handle);
+
+/* ---- Tool library ------------------------------------------------------- */
+
+/*
+ * Directory of the tool library, always ending in '/'. The text belongs to the
+ * engine and is valid until the next Vyx_SetToolInfoFilePath or close.
+ * Returns null for a null handle.
+ */
+VYX_API const char* Vyx_GetToolInfoFilePath(VyxHandle handle);
+
+/*
+ * Scans the directory for ".vyxtool" files, then for ".rom" files, and loads
+ * them into the tool library; with clearFirst the library is emptied first.
+ * Returns 0 when the directory could be opened, -1 otherwise (and for a null
+ * path).
+ */
+VYX_API int Vyx_SetToolInfoFilePath(VyxHandle handle, const char* path, bool clearFirst);
+
+/*
+ * Loads the single tool file path + ".vyxtool". Returns 0 whether or not the
+ * file loaded (the tool count tells); -1 for a null path.
+ */
+VYX_API int Vyx_AddToolInfoFile(VyxHandle handle, const char* path);
+
+/*
+ * Parses a tool file into *data without touching the library.
+ * Returns 0, or -1 for a missing or malformed file or a null argument.
+ */
+VYX_API int Vyx_CheckToolFile(VyxHandle handle, const char* path, T_ToolFileData* data);
+
+/* Number of tools in the library. Needs a connection (2 otherwise). */
+VYX_API int Vyx_GetCountOfToolInfo(VyxHandle handle, int* count);
+
+/*
+ * Fills one t_ToolBaseInfo per loaded tool, in library order; the caller's
+ * array must hold as many entries as Vyx_GetCountOfToolInfo reports.
+ * Returns -1 when the library is empty.
+ */
+VYX_API int Vyx_GetAllToolFilesBaseInfo(VyxHandle handle, t_ToolBaseInfo* info);
+
+/*
+ * Marker positions (x, y, z per marker, tool frame) of the named tool into the
+ * caller's array of 3 * 200 floats; *count receives the marker count (0 on
+ * failure). An unknown name yields the last tool of the library. -1 when the
+ * library is empty.
+ */
+VYX_API int Vyx_GetSpecificToolFileInfoArray(VyxHandle handle, const char* name, int* count,
+                                             float* positions);
+
+/* Converts a ".rom" tool file into a ".vyxtool" file. Returns 0 or -1. */
+VYX_API int Vyx_ConvertNDIrom2Vyxtool(VyxHandle handle, const char* romPath);
+
+/* ---- Connection and acquisition ----------------------------------------- */
+
+/*
+ * Opens the link (0 USB, 1 Ethernet, 2 Wi-Fi), reads the device configuration
+ * and fills *para. para->DeviceType is set to 100 before anything else, even
+ * for a null handle. Any other interface value marks the engine connected
+ * without opening a link. Returns 0 or the link's failure code; -1 for a null
+ * para.
+ */
+VYX_API int Vyx_ConnectDevice(VyxHandle handle, E_Interface iface, T_VYXPOS_DATAPARA* para);
+
+/* Sets the free-running (0) or a trigger mode (1, 2). */
+VYX_API int Vyx_SetAcquireMode(VyxHandle handle, E_Interface iface, E_AcquireMode mode);
+
+/* Chooses what the receiver thread acquires on its own. */
+VYX_API int Vyx_SetAcquireData(VyxHandle handle, E_Interface iface, E_DataType type);
+
+/* Newest marker frame, reconstructed into 3D markers. 5 when nothing is new. */
+VYX_API int Vyx_GetMarkerInfo(VyxHandle handle, E_Interface iface, T_MarkerInfo* markers);
+
+/* Status record of the newest frame. */
+VYX_API int Vyx_GetStatusInfo(VyxHandle handle, E_Interface iface, T_VyxPosStatusInfo* status);
+
+/* Triggered acquisition: one trigger, one frame. */
+VYX_API int Vyx_GetMarkerAndStatusFromHardware(VyxHandle handle, E_Interface iface,
+                                               T_MarkerInfo* markers, T_VyxPosStatusInfo* status);
+
+/* Triggered acquisition of a frame and both grey images (buffers of one grey image each). */
+VYX_API int Vyx_GetMarkerStatusAndGreyImageFromHardware(VyxHandle handle, E_Interface iface,
+                                                        T_MarkerInfo* markers,
+                                                        T_VyxPosStatusInfo* status,
+                                                        char* leftImage, char* rightImage);
+
+/* Triggered acquisition of the colour image. */
+VYX_API int Vyx_GetColorImageFromHardware(VyxHandle handle, E_Interface iface, char* image);
+
+/* Triggered acquisition of both grey images. */
+VYX_API int Vyx_GetGreyImageFromHardware(VyxHandle handle, E_Interface iface, char* leftImage,
+                                         char* rightImage);
+
+/* Newest pair of grey images. 5 when nothing is new; -1 for a null buffer. */
+VYX_API int Vyx_GetGreyImageDual(VyxHandle handle, E_Interface iface, char* leftImage,
+                                 char* rightImage);
+
+/* Newest colour image. 5 when nothing is new; -1 for a null buffer. */
+VYX_API int Vyx_GetColorImageMiddle(VyxHandle handle, E_Interface iface, char* image);
+
+/*
+ * 3D markers from caller-supplied 2D centres (count pairs of x, y floats per
+ * camera), with the connected device's calibration.
+ */
+VYX_API int Vyx_Calculate3DPoints(VyxHandle handle, float* leftPoints, int leftCount,
+                                  float* rightPoints, int rightCount, T_MarkerInfo* markers);
+
+/* Epipolar threshold of the stereo pair matching, in pixels. */
+VYX_API int Vyx_SetColineThreshold(VyxHandle handle, E_Interface iface, int threshold);
+
+/* ---- Device settings ---------------------------------------------------- */
+
+VYX_API int Vyx_GetManufactureInfo(VyxHandle handle, E_Interface iface, T_ManufactureInfo* info);
+VYX_API int Vyx_SetSystemCommand(VyxHandle handle, E_Interface iface, E_SystemCommand command);
+VYX_API int Vyx_SetDualExpTime(VyxHandle handle, E_Interface iface, int exposure);
+VYX_API int Vyx_SetDualExpTimeByDistance(VyxHandle handle, E_Interface iface, int distanceMm);
+VYX_API int Vyx_SetFlashDelay(VyxHandle handle, E_Interface iface, int firstDelay, int secondDelay);
+VYX_API int Vyx_SetColorExpTime(VyxHandle handle, E_Interface iface, int exposure);
+/* Collision detection level 1..10 (0 is sent as 1, above 10 as 10). */
+VYX_API int Vyx_SetCollisinoDetectLevel(VyxHandle handle, E_Interface iface, unsigned char level);
+/* Writes the device's own IP address. */
+VYX_API int Vyx_SetVyxPositionIP(VyxHandle handle, E_Interface iface, unsigned char a,
+                                 unsigned char b, unsigned char c, unsigned char d);
+/* Device IP as last reported by the device (0.0.0.0 before). The interface is ignored. */
+VYX_API int Vyx_GetVyxPositionIP(VyxHandle handle, E_Interface iface, unsigned char* a,
+                                 unsigned char* b, unsigned char* c, unsigned char* d);
+/* Address that the next Ethernet connect uses (default 192.168.31.10); no device traffic. */
+VYX_API int Vyx_SetEthernetConnectIP(VyxHandle handle, unsigned char a, unsigned char b,
+                                     unsigned char c, unsigned char d);
+VYX_API int Vyx_GetEthernetConnectIP(VyxHandle handle, unsigned char* a, unsigned char* b,
+                                     unsigned char* c, unsigned char* d);
+VYX_API int Vyx_SetLCDShowRawPoint(VyxHandle handle, E_Interface iface, bool show);
+VYX_API int Vyx_SetMarkerParameters(VyxHandle handle, E_Interface iface, int a, int b, int c,
+                                    int d, int e);
+/* Device MAC address as text into the caller's buffer (at least 18 bytes). */
+VYX_API int Vyx_GetVyxPositonMacAddress(VyxHandle handle, char* text);
+
+/* ---- Tool recognition --------------------------------------------------- */
+
+/* Tolerance of inter-marker distance matching, mm, accepted in 0.3..3.0. Takes no lock. */
+VYX_API int Vyx_SetToolFindOffset(VyxHandle handle, float offset);
+VYX_API int Vyx_GetToolFindOffset(VyxHandle handle, float* offset);
+/* Outlier rejection during the tool fit (default on). */
+VYX_API int Vyx_SetToolFindPointMatchOptimizeEnable(VyxHandle handle, bool enable);
+VYX_API int Vyx_GetToolFindPointMatchOptimizeEnable(VyxHandle handle, bool* enable);
+VYX_API int Vyx_SetToolFindRTDirection(VyxHandle handle, E_RTDirection direction);
+VYX_API int Vyx_GetToolFindRTDirection(VyxHandle handle, E_RTDirection* direction);
+
+/*
+ * Recognises every library tool in the frame. results[0] is reset to nothing
+ * found; further found tools are chained through next (engine-owned records).
+ * minMatch: least matched markers per tool; 1 and 2 are refused with -1.
+ */
+VYX_API int Vyx_FindToolInfo(VyxHandle handle, T_MarkerInfo* markers, T_VyxToolDataResult* results,
+                             int minMatch);
+
+/* Recognises one named tool into a flat record. minMatch 1 and 2 are refused. */
+VYX_API int Vyx_FindSingleToolInfo(VyxHandle handle, T_MarkerInfo* markers, const char* name,
+                                   T_VyxSingleToolDataResult* result, int minMatch);
+
+/* Makes the named tool the reference: markers are then reported in its frame. */
+VYX_API int Vyx_SetReferenceTool(VyxHandle handle, const char* name);
+VYX_API int Vyx_CancelRef(VyxHandle handle);
+
+/* ---- Tool calibration procedures ---------------------------------------- */
+
+VYX_API int Vyx_InitToolTipCalibration(VyxHandle handle, int calibratorIndex, int toolIndex);
+VYX_API int Vyx_InitToolTipCalibrationWithToolId(VyxHandle handle, const char* name1,
+                                                 const char* name2);
+VYX_API int Vyx_ProceedToolTipCalibration(VyxHandle handle, T_MarkerInfo* markers,
+                                          t_ToolTipCalProInfo* info);
+VYX_API int Vyx_SaveToolTipCalibration(VyxHandle handle);
+
+VYX_API int Vyx_InitToolCoordinateRenewWithToolId(VyxHandle handle, const char* name1,
+                                                  const char* name2);
+VYX_API int Vyx_ProceedToolCoordinateRenew(VyxHandle handle, T_MarkerInfo* markers,
+                                           t_ToolTipCalProInfo* info);
+VYX_API int Vyx_SaveToolCoordinateRenew(VyxHandle handle);
+
+VYX_API int Vyx_InitToolTipPivotWithToolId(VyxHandle handle, const char* name, int resetAxis);
+VYX_API int Vyx_ProceedToolTipPivot(VyxHandle handle, T_MarkerInfo* markers,
+                                    T_ToolTipPivotInfo* info);
+VYX_API int Vyx_SaveToolTipPivot(VyxHandle handle, int mode);
+
+VYX_API int Vyx_InitToolSelfCalibration(VyxHandle handle, int toolIndex, int* markerCount);
+VYX_API int Vyx_InitToolSelfCalibrationWithToolId(VyxHandle handle, const char* name,
+                                                  int* markerCount);
+VYX_API int Vyx_ProceedToolSelfCalibration(VyxHandle handle, T_MarkerInfo* markers,
+                                           t_ToolFixProInfo* info);
+VYX_API int Vyx_SaveToolSelfCalibration(VyxHandle handle, E_ToolFixRlt decision);
+
+VYX_API int Vyx_InitAccuracyCheckTool(VyxHandle handle, const char* name1, const char* name2,
+                                      const char* name3);
+VYX_API int Vyx_AccuracyCheckTool(VyxHandle handle, double** points, int count,
+                                  T_AccuracyToolResult* result);
+VYX_API int Vyx_CalculateTool(VyxHandle handle, T_MarkerInfo* markers,
+                              T_AccuracyToolResult* result, bool flag);
+VYX_API int Vyx_AccuracyCheckToolCalculateError(VyxHandle handle, float* meanError,
+                                                float* maxError, float* errors);
+VYX_API int Vyx_AccuracyToolMade(VyxHandle handle, double** points, int count);
+
+VYX_API int Vyx_InitToolMadeInfo(VyxHandle handle, int markerCount, const char* name);
+VYX_API int Vyx_ProceedToolMade(VyxHandle handle, T_MarkerInfo* markers, t_ToolMadeProInfo* info);
+VYX_API int Vyx_SaveToolMadeRlt(VyxHandle handle, int save);
+
+/* ---- Registration and robot --------------------------------------------- */
+
+/* Point set (count >= 3 points of x, y, z) to be found among the markers. */
+VYX_API int Vyx_InitMappingPointSetsForMarkerSpaceReg(VyxHandle handle, const float (*points)[3],
+                                                      int count);
+VYX_API int Vyx_MappingPointSetsForMarkerSpaceReg(VyxHandle handle, T_MarkerInfo* markers,
+                                                  T_VyxToolDataResult* result, int minMatch);
+VYX_API int Vyx_SetRobotCalculateRlt(VyxHandle handle, const double (*first)[4],
+                                     const double (*second)[4], const char* name);
+VYX_API int Vyx_CalculateRobotTargetPose(VyxHandle handle, const double (*pose)[3], float* target);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+/* C linkage, but with C++ container arguments: for C++ callers only. */
+extern "C" {
+
+/*
+ * Recognises the named tools, in the order of the names; an earlier name wins
+ * a shared marker. Result chain as for Vyx_FindToolInfo.
+ */
+VYX_API int Vyx_FindSpecificToolInfo(VyxHandle handle, T_MarkerInfo* markers,
+                                     const std::vector<std::string>& names,
+                                     T_VyxToolDataResult* results, int minMatch);
+
+/*
+ * As Vyx_FindSpecificToolInfo, keyed by tool name. The mapped records belong
+ * to the engine and stay valid until the next recognition call or close.
+ */
+VYX_API int Vyx_FindToolInfo_Map(VyxHandle handle, T_MarkerInfo* markers,
+                                 std::vector<std::string>& names,
+                                 std::map<std::string, T_VyxToolDataResult*>& results,
+                                 int minMatch);
+
+/* As Vyx_FindToolInfo_Map, with poses expressed in the reference tool's frame. */
+VYX_API int Vyx_GetToolInfoInRef(VyxHandle handle, T_MarkerInfo* markers,
+                                 std::vector<std::string>& names,
+                                 std::map<std::string, T_VyxToolDataResult*>& results,
+                                 int minMatch);
+
+/* Marker positions of the named tool appended to *values as x, y, z per marker. */
+VYX_API int Vyx_GetSpecificToolFileInfoList(VyxHandle handle, const char* name, int* count,
+                                            std::list<float>* values);
+
+} /* extern "C" */
+#endif
+
+#endif /* VYX_POSITION_API_H */

@@ -1,0 +1,25 @@
+#!/bin/sh
+# Installs the build and test dependencies from Debian's packages. Quick and
+# silent when everything is already present; safe to run any number of times.
+set -eu
+
+PACKAGES="g++ cmake ninja-build pkg-config binutils libopencv-core-dev libeigen3-dev \
+libusb-1.0-0-dev libgtest-dev libbenchmark-dev"
+# Benchmarks compare against OpenCV's stereo pipeline, which only they link.
+if [ "${VYX_WITH_BENCH_DEPS:-0}" = 1 ]; then
+    PACKAGES="$PACKAGES libopencv-calib3d-dev"
+fi
+
+missing=""
+for p in $PACKAGES; do
+    if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+        missing="$missing $p"
+    fi
+done
+[ -z "$missing" ] && exit 0
+
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+echo "Installing:$missing"
+$SUDO apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends $missing >/dev/null

@@ -1,0 +1,23 @@
+#!/bin/sh
+# Builds the library three times and runs the tests in each build: a plain
+# build (warnings as errors), an AddressSanitizer + UndefinedBehaviorSanitizer
+# build, and a ThreadSanitizer build.
+set -eu
+cd "$(dirname "$0")/.."
+./scripts/setup-deps.sh
+
+JOBS=$(nproc)
+run_build() {
+    dir=$1; shift
+    echo "=== $dir ==="
+    cmake -S . -B "$dir" -G Ninja -DVYX_WERROR=ON "$@" >/dev/null
+    cmake --build "$dir" -j "$JOBS"
+    ctest --test-dir "$dir" -j "$JOBS" --output-on-failure --timeout 300
+}
+
+run_build build-test -DCMAKE_BUILD_TYPE=RelWithDebInfo
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    run_build build-asan -DCMAKE_BUILD_TYPE=Debug -DVYX_SANITIZE=address,undefined -DVYX_BUILD_EXAMPLES=OFF
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+    run_build build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVYX_SANITIZE=thread -DVYX_BUILD_EXAMPLES=OFF
+echo "All test builds passed."

@@ -1,0 +1,61 @@
+// Construction and destruction of the engine, and the settings that live in
+// the engine itself rather than in one of the subsystems.
+#include "engine/VyxPosFunc.h"
+
+VyxPosFunc::VyxPosFunc() {
+    connected.store(false, std::memory_order_relaxed);
+    running_.store(true, std::memory_order_relaxed);
+
+    // The receiver threads only poll their link's open flag until a link is
+    // initialised, so they may start before the geometry defaults are set.
+    usbThread_ = std::thread(&VyxPosFunc::USBProcess, this);
+    ethThread_ = std::thread(&VyxPosFunc::ETHProcess, this);
+    wifiThread_ = std::thread(&VyxPosFunc::WIFIProcess, this);
+
+    setDefaultPosPara();
+    setwarningpara();
+}
+
+VyxPosFunc::~VyxPosFunc() {
+    {
+        std::lock_guard<std::mutex> lock(stopMutex_);
+        running_.store(false, std::memory_order_relaxed);
+    }
+    stopSignal_.notify_all();
+    // Wake a receiver blocked in a read on a tracker that stopped answering;
+    // it then sees the cleared flag and leaves its loop.
+    ethSocket_.shutdown();
+    if (usbThread_.joinable()) usbThread_.join();
+    if (ethThread_.joinable()) ethThread_.join();
+    if (wifiThread_.joinable()) wifiThread_.join();
+    ethSocket_.close();
+    DestroyETHTempResource();
+}
+
+void VyxPosFunc::setDefaultPosPara() { geometry_ = vyx::device::defaultGeometry(); }
+
+void VyxPosFunc::setwarningpara() { warningBands_ = vyx::device::warningBandsFor(geometry_); }
+
+int VyxPosFunc::Zelmor_SetEthernetConnectIP(unsigned char a, unsigned char b, unsigned char c,
+                                            unsigned char d) {
+    ethernetConnectIP_ = {a, b, c, d};
+    return RV_SUCCESS;
+}
+
+int VyxPosFunc::Zelmor_GetEthernetConnectIP(unsigned char& a, unsigned char& b, unsigned char& c,
+                                            unsigned char& d) {
+    a = ethernetConnectIP_[0];
+    b = ethernetConnectIP_[1];
+    c = ethernetConnectIP_[2];
+    d = ethernetConnectIP_[3];
+    return RV_SUCCESS;
+}
+
+int VyxPosFunc::Zelmor_GetVyxPositionIP(unsigned char& a, unsigned char& b, unsigned char& c,
+                                        unsigned char& d) {
+    a = deviceIP_[0];
+    b = deviceIP_[1];
+    c = deviceIP_[2];
+    d = deviceIP_[3];
+    return RV_SUCCESS;
+}

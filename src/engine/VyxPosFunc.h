@@ -1,0 +1,245 @@
+// The tracker engine: one object per handle. It owns the device links and
+// their receiver threads, the camera model, the tool library and the state of
+// the calibration procedures. The exported wrappers in src/api lock apiMutex
+// and call the Zelmor_ methods; the receiver threads never take apiMutex.
+#pragma once
+
+#include "VyxPositionTypes.h"
+#include "camera/CameraParameters.h"
+#include "device/DeviceGeometry.h"
+#include "device/DeviceModel.h"
+#include "device/TcpSocket.h"
+#include "device/WireProtocol.h"
+#include "engine/LinkState.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+// Version text reported by Vyx_API_GetLibVersion.
+inline constexpr const char* kLibraryVersionText =
+    "API-V2.3.5 for Linux / Opencv4.7.0 update version / 2025-1-20";
+
+// Model index of a device whose model text matched no known code.
+inline constexpr std::uint32_t kUnknownModelIndex = 100;
+
+class VyxPosFunc {
+public:
+    // The API lock: the first member, so that the handle doubles as the lock.
+    std::mutex apiMutex;
+    // Set only by Vyx_ConnectDevice; read by the wrappers before locking.
+    std::atomic<bool> connected{false};
+
+    VyxPosFunc();
+    ~VyxPosFunc();
+    VyxPosFunc(const VyxPosFunc&) = delete;
+    VyxPosFunc& operator=(const VyxPosFunc&) = delete;
+
+    // ---- Lifecycle ------------------------------------------------------
+    void setDefaultPosPara();
+    void setwarningpara();
+
+    // Receiver threads, one per transport; each idles while its link is closed
+    // and leaves its loop once the running flag is cleared.
+    void USBProcess();
+    void ETHProcess();
+    void WIFIProcess();
+
+    // ---- Device link ----------------------------------------------------
+    int Zelmor_USB_Initialize();
+    int Zelmor_ETHERNET_Initialize();
+    int Zelmor_WIFI_Initialize();
+    int Zelmor_SetPosDevPara(T_VYXPOS_DATAPARA& para);
+    int Zelmor_SetAcquireMode(E_Interface iface, E_AcquireMode mode);
+    int Zelmor_SetAcquireData(E_Interface iface, E_DataType type);
+    int Zelmor_GetMarkerInfo(E_Interface iface, T_MarkerInfo& markers);
+    int Zelmor_GetStatusInfo(E_Interface iface, T_VyxPosStatusInfo& status);
+    int Zelmor_GetMarkerAndStatusByTrig(E_Interface iface, T_MarkerInfo& markers,
+                                        T_VyxPosStatusInfo& status);
+    int Zelmor_GetMarkerStatusAndImageByTrig(E_Interface iface, T_MarkerInfo& markers,
+                                             T_VyxPosStatusInfo& status, char* leftImage,
+                                             char* rightImage);
+    int Zelmor_GetColorImageFromHardware(E_Interface iface, char* image);
+    int Zelmor_GetGreyImageFromHardware(E_Interface iface, char* leftImage, char* rightImage);
+    int Zelmor_GetGreyImageDual(E_Interface iface, char* leftImage, char* rightImage);
+    int Zelmor_GetColorImageMiddle(E_Interface iface, char* image);
+    int Zelmor_GetManufactureInfo(E_Interface iface, T_ManufactureInfo& info);
+    int Zelmor_SetSystemCommand(E_Interface iface, E_SystemCommand command);
+    int Zelmor_SetDualExpTime(E_Interface iface, int exposure);
+    int Zelmor_SetDualExpTimeByDistance(E_Interface iface, int distanceMm);
+    int Zelmor_SetFlashDelay(E_Interface iface, int firstDelay, int secondDelay);
+    int Zelmor_SetColorExpTime(E_Interface iface, int exposure);
+    int Zelmor_SetCollisionDetectLevel(E_Interface iface, unsigned char level);
+    int Zelmor_SetVyxPositionIP(E_Interface iface, unsigned char a, unsigned char b,
+                                unsigned char c, unsigned char d);
+    int Zelmor_GetVyxPositionIP(unsigned char& a, unsigned char& b, unsigned char& c,
+                                unsigned char& d);
+    int Zelmor_SetEthernetConnectIP(unsigned char a, unsigned char b, unsigned char c,
+                                    unsigned char d);
+    int Zelmor_GetEthernetConnectIP(unsigned char& a, unsigned char& b, unsigned char& c,
+                                    unsigned char& d);
+    int Zelmor_SetLCDShowRawPoint(E_Interface iface, bool show);
+    int Zelmor_SetMarkerParameters(E_Interface iface, int a, int b, int c, int d, int e);
+    int Zelmor_GetVyxPositonMacAddress(char* text);
+
+    // Ethernet link internals (receiver thread and API calls).
+    int ETHWrite(const std::uint8_t* buffer, int length);
+    int ETHRead(std::uint8_t* buffer, int& length, int retries);
+    int SockRead(vyx::device::TcpSocket& socket, const std::atomic<bool>& linkOpen,
+                 std::uint8_t* buffer, int& length, int retries);
+    void ETHCleanData();
+    void initETHTempResource();
+    void DestroyETHTempResource();
+    int ETHReadInfo();
+    int ETHReadImageDual(std::uint32_t block);
+    int ETHReadImageColor(std::uint32_t block);
+    int ETHReadConfigureData();
+
+    // ---- Reconstruction -------------------------------------------------
+    int Zelmor_Calculate3DPoints(float* leftPoints, int leftCount, float* rightPoints,
+                                 int rightCount, T_MarkerInfo& markers);
+    int Zelmor_SetColineThreshold(E_Interface iface, int threshold);
+
+    // ---- Tool library ---------------------------------------------------
+    const char* Zelmor_GetToolInfoFilePath();
+    int Zelmor_SetToolInfoFilePath(const char* path, bool clearFirst);
+    int Zelmor_AddToolInfoFilePath(const char* path);
+    int Zelmor_CheckToolFile(const char* path, T_ToolFileData& data);
+    int Zelmor_GetCountOfToolDefine(int& count);
+    int Zelmor_GetAllToolFilesBaseInfo(t_ToolBaseInfo* info);
+    int Zelmor_GetSpecificToolFileInfoList(const char* name, int& count, std::list<float>* values);
+    int Zelmor_GetSpecificToolFileInfoArray(const char* name, int& count, float* positions);
+    int Zelmor_ConvertNDIrom2VYXtool(const char* romPath);
+
+    // ---- Tool recognition and reference tool -----------------------------
+    int Zelmor_SetToolFindOffset(float offset);
+    int Zelmor_GetToolFindOffset(float& offset);
+    int Zelmor_SetToolFindPointMatchOptimizeEnable(bool enable);
+    int Zelmor_GetToolFindPointMatchOptimizeEnable(bool& enable);
+    int Zelmor_SetToolFindRTDirection(E_RTDirection direction);
+    int Zelmor_GetToolFindRTDirection(E_RTDirection& direction);
+    int Zelmor_FindAllToolsInfo(T_MarkerInfo& markers, T_VyxToolDataResult* results, int minMatch);
+    int Zelmor_FindSpecificToolInfo(T_MarkerInfo& markers, const std::vector<std::string>& names,
+                                    T_VyxToolDataResult* results, int minMatch);
+    int Zelmor_FindToolInfo_Map(T_MarkerInfo& markers, std::vector<std::string>& names,
+                                std::map<std::string, T_VyxToolDataResult*>& results,
+                                int minMatch);
+    int Zelmor_SetReferenceTool(const char* name);
+    int Zelmor_GetToolInfoInRef(T_MarkerInfo& markers, std::vector<std::string>& names,
+                                std::map<std::string, T_VyxToolDataResult*>& results,
+                                int minMatch);
+    int Zelmor_CancelRef();
+
+    // ---- Calibration procedures ------------------------------------------
+    int Zelmor_CalibrationToolTipInit(int calibratorIndex, int toolIndex);
+    int Zelmor_CalibrationToolTipInit(const char* name1, const char* name2);
+    int Zelmor_CalibrationToolTipInfo(T_MarkerInfo& markers, t_ToolTipCalProInfo& info);
+    int Zelmor_SaveToolTipCalibration();
+    int Zelmor_CalibrationToolCoordinateRenewInit(const char* name1, const char* name2);
+    int Zelmor_CalibrationToolCoordinateRenew(T_MarkerInfo& markers, t_ToolTipCalProInfo& info);
+    int Zelmor_SaveToolCoordinateRenew();
+    int Zelmor_PivotToolTipInit(const char* name, bool resetAxis);
+    int Zelmor_PivotToolTipInfo(T_MarkerInfo& markers, T_ToolTipPivotInfo& info);
+    int Zelmor_SaveToolTipPivot(int mode);
+    int Zelmor_InitToolSelfCalibration(int toolIndex, int& markerCount);
+    int Zelmor_InitToolSelfCalibration(const char* name, int& markerCount);
+    int Zelmor_CalibrateToolSelf(T_MarkerInfo& markers, t_ToolFixProInfo& info);
+    int Zelmor_SaveToolSelfCalbation(E_ToolFixRlt decision);
+    int Zelmor_AccuracyCheckInitTool(const char* name1, const char* name2, const char* name3);
+    int Zelmor_AccuracyCheckTool(double** points, int count, T_AccuracyToolResult& result);
+    int Zelmor_CalculateToolsRt(T_MarkerInfo& markers, T_AccuracyToolResult& result, bool flag);
+    int Zelmor_AccuracyCheckToolCalculateErro(float& meanError, float& maxError, float* errors);
+    int Zelmor_AccuracyToolMade(double** points, int count);
+    int Zelmor_InitToolMadeInfo(int markerCount, const char* name);
+    int Zelmor_ProceedToolMade(T_MarkerInfo& markers, t_ToolMadeProInfo& info);
+    int Zelmor_SaveToolMadeRlt(bool save);
+
+    // ---- Registration and robot ------------------------------------------
+    int Zelmor_InitMappingPointSetsForMarkerSpaceReg(const float (*points)[3], int count,
+                                                     float tolerance);
+    int Zelmor_MappingPointSetsForMarkerSpaceReg(T_MarkerInfo& markers,
+                                                 T_VyxToolDataResult* result, int minMatch);
+    int Zelmor_SetRobotCalculateRlt(const double (*first)[4], const double (*second)[4],
+                                    const char* name);
+    int Zelmor_CalculateRobotTargetPose(const double (*pose)[3], float* target);
+
+    // ---- State read by the API layer and by tests -------------------------
+    bool isRunning() const { return running_.load(std::memory_order_relaxed); }
+    std::uint32_t deviceModelIndex() const { return deviceModelIndex_; }
+    double depthLimit() const { return depthLimit_; }
+    const vyx::device::DeviceGeometry& geometry() const { return geometry_; }
+    const vyx::device::BorderWarningBands& warningBands() const { return warningBands_; }
+    const CameraParameterBlock& cameraParameters() const { return cameraParameters_; }
+
+private:
+    // Link state of a transport value; nullptr for an unknown value.
+    LinkState* linkFor(E_Interface iface);
+    // Sends a command on the addressed transport: the write's result (0, 2
+    // or 4), or -1 for an unknown transport.
+    int sendCommand(E_Interface iface, const vyx::device::CommandPacket& packet);
+    // Sleeps, but wakes early when the engine is being destroyed. Returns
+    // false when it was woken for that reason.
+    bool sleepWhileRunning(std::chrono::microseconds duration);
+    // Reads one frame on request (trigger first in trigger mode 1) into the
+    // link's frame buffer; used by the mode switch.
+    int ethernetTriggeredFrame();
+    // Configuration fetch steps shared by the transports.
+    void applyConfiguration(const std::uint8_t* config, std::size_t size, bool separateModelText);
+    vyx::device::StatusLayout statusLayout() const;
+
+    // True from construction until destruction begins; the receiver threads
+    // poll it.
+    std::atomic<bool> running_{false};
+
+    // Per-transport link state: set once a link is open, polled by its
+    // receiver thread.
+    LinkState usb_;
+    LinkState eth_;
+    LinkState wifi_;
+    vyx::device::TcpSocket ethSocket_;
+    // Private receive buffer of the Ethernet receiver thread.
+    std::array<std::uint8_t, vyx::device::kMarkerFrameBytes> ethReceive_{};
+    // Acquisition mode last set, per transport.
+    std::array<int, 3> acquireMode_{};
+
+    // Wakes interruptible sleeps when destruction begins.
+    std::mutex stopMutex_;
+    std::condition_variable stopSignal_;
+
+    // Configuration read from the device.
+    std::array<std::uint8_t, vyx::device::kConfigLongFormBytes> configData_{};
+    std::array<char, vyx::device::kModelTextBytes> separateModelText_{};
+    bool separateModelTextPresent_ = false;
+    vyx::device::ManufactureRecord manufacture_{};
+    CameraParameterBlock cameraParameters_;
+
+    // Address of the next Ethernet connect, and the device's own address as
+    // last reported in its configuration.
+    std::array<unsigned char, 4> ethernetConnectIP_{{192, 168, 31, 10}};
+    std::array<unsigned char, 4> deviceIP_{{0, 0, 0, 0}};
+
+    std::uint32_t deviceModelIndex_ = kUnknownModelIndex;
+    // Largest accepted depth of a reconstructed marker, scaled by the depth factor.
+    double depthLimit_ = 3000.0;
+    vyx::device::DeviceGeometry geometry_;
+    vyx::device::BorderWarningBands warningBands_;
+
+    // Recognition settings. The tool-find offset is set without the API lock,
+    // hence atomic.
+    std::atomic<float> toolFindOffset_{1.5f};
+    bool pointMatchOptimize_ = true;
+    E_RTDirection rtDirection_ = RTDirection_ToolToTracker;
+
+    // Receiver threads, started in this order and joined in this order.
+    std::thread usbThread_;
+    std::thread ethThread_;
+    std::thread wifiThread_;
+};

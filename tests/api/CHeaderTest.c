@@ -1,0 +1,54 @@
+/* The public headers compile as plain C, lay the records out as the library
+ * does, and a C program can drive the handle lifecycle. */
+#include "VyxPositionAPI.h"
+
+#include <stddef.h>
+#include <stdio.h>
+#include <string.h>
+
+_Static_assert(sizeof(T_MarkerInfo) == 6424, "T_MarkerInfo size as seen from C");
+_Static_assert(offsetof(T_MarkerInfo, OverLimitFlag) == 5612, "T_MarkerInfo.OverLimitFlag");
+_Static_assert(sizeof(T_VyxPosStatusInfo) == 36, "T_VyxPosStatusInfo size as seen from C");
+_Static_assert(sizeof(T_ManufactureInfo) == 26, "T_ManufactureInfo size as seen from C");
+_Static_assert(sizeof(T_VYXPOS_DATAPARA) == 48, "T_VYXPOS_DATAPARA size as seen from C");
+_Static_assert(sizeof(T_ToolFileData) == 2892, "T_ToolFileData size as seen from C");
+_Static_assert(sizeof(t_ToolBaseInfo) == 16, "t_ToolBaseInfo size as seen from C");
+_Static_assert(sizeof(T_VyxToolDataResult) == 1168, "T_VyxToolDataResult size as seen from C");
+_Static_assert(sizeof(T_VyxSingleToolDataResult) == 1156, "flat result size as seen from C");
+_Static_assert(sizeof(t_ToolTipCalProInfo) == 16, "t_ToolTipCalProInfo size as seen from C");
+_Static_assert(sizeof(T_ToolTipPivotInfo) == 12, "T_ToolTipPivotInfo size as seen from C");
+_Static_assert(sizeof(t_ToolFixProInfo) == 16, "t_ToolFixProInfo size as seen from C");
+_Static_assert(sizeof(t_ToolMadeProInfo) == 16, "t_ToolMadeProInfo size as seen from C");
+_Static_assert(sizeof(E_Interface) == 4 && sizeof(E_DataType) == 4, "enumerations are 32-bit");
+
+static int failures = 0;
+static int checks = 0;
+
+static void expect_int(const char* what, int actual, int expected) {
+    ++checks;
+    if (actual != expected) {
+        ++failures;
+        printf("FAILED: %s: got %d, expected %d\n", what, actual, expected);
+    }
+}
+
+int main(void) {
+    VyxHandle handle = NULL;
+    T_VYXPOS_DATAPARA para;
+    memset(&para, 0, sizeof para);
+
+    expect_int("version text", strcmp(Vyx_API_GetLibVersion(),
+                                      "API-V2.3.5 for Linux / Opencv4.7.0 update version / 2025-1-20"),
+               0);
+    expect_int("connect with null handle", Vyx_ConnectDevice(NULL, Interface_Ethernet, &para),
+               RV_NULL_HANDLE);
+    expect_int("device type after null-handle connect", (int)para.DeviceType, 100);
+    expect_int("initial", Vyx_API_Initial(&handle), RV_SUCCESS);
+    expect_int("marker info before connect", Vyx_GetMarkerInfo(handle, Interface_Ethernet, NULL),
+               RV_NOT_CONNECTED);
+    expect_int("close", Vyx_API_Close(&handle), RV_SUCCESS);
+    expect_int("handle cleared", handle == NULL, 1);
+
+    printf("%d passed, %d failed\n", checks - failures, failures);
+    return failures == 0 ? 0 : 1;
+}

@@ -1,0 +1,144 @@
+// Handle lifecycle through the exported interface: creation, double
+// initialisation, close, stale handles, and the engine's receiver threads.
+#include "VyxPositionAPI.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// Number of threads of this process, from the kernel's view.
+int processThreadCount() {
+    std::ifstream status("/proc/self/status");
+    std::string key;
+    while (status >> key) {
+        if (key == "Threads:") {
+            int count = 0;
+            status >> count;
+            return count;
+        }
+    }
+    return -1;
+}
+
+}  // namespace
+
+TEST(Lifecycle, InitialCreatesAnEngineAndCloseClearsTheHandle) {
+    VyxHandle handle = nullptr;
+    ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(Vyx_API_Close(&handle), RV_SUCCESS);
+    EXPECT_EQ(handle, nullptr);
+}
+
+TEST(Lifecycle, InitialOnASetHandleKeepsTheFirstEngine) {
+    VyxHandle handle = nullptr;
+    ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
+    VyxHandle first = handle;
+    EXPECT_EQ(Vyx_API_Initial(&handle), RV_ALREADY_INITIALISED);
+    EXPECT_EQ(handle, first);
+    // The first engine is still alive and answers.
+    float offset = 0.0f;
+    EXPECT_EQ(Vyx_GetToolFindOffset(handle, &offset), RV_SUCCESS);
+    EXPECT_EQ(Vyx_API_Close(&handle), RV_SUCCESS);
+}
+
+TEST(Lifecycle, InitialRejectsANullHandleAddress) {
+    EXPECT_EQ(Vyx_API_Initial(nullptr), RV_FAILED);
+}
+
+TEST(Lifecycle, CloseOfNullOrClosedHandlesReturnsNullHandle) {
+    VyxHandle handle = nullptr;
+    EXPECT_EQ(Vyx_API_Close(&handle), RV_NULL_HANDLE);
+    EXPECT_EQ(Vyx_API_Close(nullptr), RV_NULL_HANDLE);
+
+    ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
+    VyxHandle stale = handle;
+    ASSERT_EQ(Vyx_API_Close(&handle), RV_SUCCESS);
+    // A copy of a closed handle is recognised, not dereferenced.
+    EXPECT_EQ(Vyx_API_Close(&stale), RV_NULL_HANDLE);
+    float offset = 0.0f;
+    EXPECT_EQ(Vyx_GetToolFindOffset(stale, &offset), RV_NULL_HANDLE);
+    EXPECT_EQ(Vyx_SetToolFindOffset(stale, 1.0f), RV_NULL_HANDLE);
+    EXPECT_EQ(Vyx_GetToolInfoFilePath(stale), nullptr);
+}
+
+TEST(Lifecycle, AForeignPointerIsNotAHandle) {
+    int notAnEngine = 0;
+    VyxHandle foreign = &notAnEngine;
+    float offset = 0.0f;
+    EXPECT_EQ(Vyx_GetToolFindOffset(foreign, &offset), RV_NULL_HANDLE);
+    EXPECT_EQ(Vyx_API_Close(&foreign), RV_NULL_HANDLE);
+    EXPECT_EQ(foreign, &notAnEngine);
+}
+
+TEST(Lifecycle, EachEngineRunsThreeReceiverThreadsUntilClosed) {
+    const int before = processThreadCount();
+    ASSERT_GT(before, 0);
+    constexpr int kEngines = 16;
+    std::vector<VyxHandle> handles(kEngines, nullptr);
+    for (auto& h : handles) ASSERT_EQ(Vyx_API_Initial(&h), RV_SUCCESS);
+    EXPECT_EQ(processThreadCount(), before + 3 * kEngines);
+    for (auto& h : handles) ASSERT_EQ(Vyx_API_Close(&h), RV_SUCCESS);
+    // Close joins the threads, so they are gone when it returns.
+    EXPECT_EQ(processThreadCount(), before);
+}
+
+TEST(Lifecycle, ManyHandlesCreatedAndClosedFromSeveralThreads) {
+    constexpr int kWorkers = 4;
+    constexpr int kRounds = 25;
+    std::atomic<int> failures{0};
+    std::vector<std::thread> workers;
+    for (int w = 0; w < kWorkers; ++w) {
+        workers.emplace_back([&failures] {
+            for (int i = 0; i < kRounds; ++i) {
+                VyxHandle h = nullptr;
+                if (Vyx_API_Initial(&h) != RV_SUCCESS) ++failures;
+                if (Vyx_SetToolFindOffset(h, 2.0f) != RV_SUCCESS) ++failures;
+                if (Vyx_API_Close(&h) != RV_SUCCESS || h != nullptr) ++failures;
+            }
+        });
+    }
+    for (auto& t : workers) t.join();
+    EXPECT_EQ(failures.load(), 0);
+}
+
+TEST(Lifecycle, CallsOnOneHandleFromSeveralThreadsAreSerialised) {
+    VyxHandle handle = nullptr;
+    ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
+    std::atomic<bool> stop{false};
+    std::atomic<int> badReads{0};
+    // The offset setter takes no lock; readers must still only ever see one
+    // of the values written.
+    std::thread writer([&] {
+        for (int i = 0; i < 2000; ++i) Vyx_SetToolFindOffset(handle, (i % 2) ? 0.5f : 2.5f);
+        stop = true;
+    });
+    std::vector<std::thread> readers;
+    for (int r = 0; r < 2; ++r) {
+        readers.emplace_back([&] {
+            while (!stop) {
+                float offset = 0.0f;
+                unsigned char a, b, c, d;
+                Vyx_GetToolFindOffset(handle, &offset);
+                Vyx_GetEthernetConnectIP(handle, &a, &b, &c, &d);
+                if (offset != 0.5f && offset != 2.5f && offset != 1.5f) ++badReads;
+            }
+        });
+    }
+    writer.join();
+    for (auto& t : readers) t.join();
+    EXPECT_EQ(badReads.load(), 0);
+    EXPECT_EQ(Vyx_API_Close(&handle), RV_SUCCESS);
+}
+
+TEST(Lifecycle, VersionTextIsTheLibrarysOwn) {
+    EXPECT_STREQ(Vyx_API_GetLibVersion(),
+                 "API-V2.3.5 for Linux / Opencv4.7.0 update version / 2025-1-20");
+}
