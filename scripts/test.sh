@@ -18,6 +18,6 @@ run_build() {
 run_build build-test -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     run_build build-asan -DCMAKE_BUILD_TYPE=Debug -DVYX_SANITIZE=address,undefined -DVYX_BUILD_EXAMPLES=OFF
-TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$(pwd)/tests/tsan.supp" \
     run_build build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVYX_SANITIZE=thread -DVYX_BUILD_EXAMPLES=OFF
 echo "All test builds passed."

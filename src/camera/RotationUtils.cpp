@@ -104,7 +104,7 @@ Quaternion quaternionFromRotationVector(const cv::Vec3d& r) {
     return {std::cos(theta / 2), r[0] * s, r[1] * s, r[2] * s};
 }
 
-// Roll, pitch and yaw of R = Rz(yaw)·Ry(pitch)·Rx(roll) given as a quaternion.
+// Roll, pitch and yaw of R = Rz(yaw)*Ry(pitch)*Rx(roll) given as a quaternion.
 cv::Vec3d rpyFromQuaternion(const Quaternion& q) {
     const double roll = std::atan2(2 * (q.w * q.x + q.y * q.z),
                                    q.w * q.w - q.x * q.x - q.y * q.y + q.z * q.z);
@@ -201,8 +201,8 @@ cv::Mat RotVec2RPYf(cv::Mat rotVec) {
 
 cv::Mat RPY2RotVec(cv::Mat rpy) {
     const cv::Vec3d angles = readVector3(rpy);
-    return rowVector(rotationVectorFromQuaternion(quaternionFromRpy(angles[0], angles[1], angles[2])),
-                     CV_32F);
+    const Quaternion q = quaternionFromRpy(angles[0], angles[1], angles[2]);
+    return rowVector(rotationVectorFromQuaternion(q), CV_32F);
 }
 
 cv::Mat RotVet2Matrix2(cv::Mat rotVec) {

@@ -1,9 +1,9 @@
 // Conversions between rotation representations, and small vector measures.
 //
 // Representations:
-//   rotation matrix   3x3, maps a point p to R·p;
+//   rotation matrix   3x3, maps a point p to R*p;
 //   rotation vector   three components, direction = axis, length = angle;
-//   roll-pitch-yaw    angles about X, Y and Z, composed as R = Rz(yaw)·Ry(pitch)·Rx(roll);
+//   roll-pitch-yaw    angles about X, Y and Z, composed as R = Rz(yaw)*Ry(pitch)*Rx(roll);
 //   quaternion        unit (w, x, y, z).
 // All angles are radians. Vector arguments may be 1x3 or 3x1. Every vector
 // result is a 1x3 cv::Mat. Apart from the matrix-to-vector myRodrigues, which

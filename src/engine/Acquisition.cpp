@@ -9,15 +9,10 @@ using namespace vyx::device;
 
 namespace {
 
-enum DeliveryKind : std::size_t { kMarkerDelivery, kStatusDelivery, kGreyDelivery, kColorDelivery };
-
-// Counter value last handed out, per transport and kind of data. These are
-// shared by all engines of the process, as the device's own host software
-// does it.
 std::atomic<std::uint32_t> gLastDelivered[3][4];
 
 std::atomic<std::uint32_t>& lastDelivered(E_Interface iface, DeliveryKind kind) {
-    return gLastDelivered[static_cast<std::size_t>(iface)][kind];
+    return lastDeliveredCounter(static_cast<std::size_t>(iface), kind);
 }
 
 // Acquisition mask of each data type value; values above 8 clear it.
@@ -28,6 +23,10 @@ std::uint32_t acquisitionMask(E_DataType type) {
 }
 
 }  // namespace
+
+std::atomic<std::uint32_t>& lastDeliveredCounter(std::size_t transport, DeliveryKind kind) {
+    return gLastDelivered[transport][kind];
+}
 
 bool VyxPosFunc::sleepWhileRunning(std::chrono::microseconds duration) {
     std::unique_lock<std::mutex> lock(stopMutex_);
@@ -50,15 +49,8 @@ int VyxPosFunc::Zelmor_SetAcquireData(E_Interface iface, E_DataType type) {
 }
 
 int VyxPosFunc::ethernetTriggeredFrame() {
-    if (acquireMode_[Interface_Ethernet] == AcquireMode_Trigger1) {
-        const CommandPacket trigger = singleByteCommand(command::kTrigger);
-        const int rc = ETHWrite(trigger.bytes.data(), static_cast<int>(trigger.length));
-        if (rc != RV_SUCCESS) return rc;
-        std::uint8_t answer = 0;
-        int length = 1;
-        ETHRead(&answer, length, 0);
-    }
-    return ETHReadInfo();
+    const int rc = ethernetTriggerIfNeeded();
+    return rc != RV_SUCCESS ? rc : ETHReadInfo();
 }
 
 int VyxPosFunc::Zelmor_SetAcquireMode(E_Interface iface, E_AcquireMode mode) {

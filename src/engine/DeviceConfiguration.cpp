@@ -22,6 +22,11 @@ void VyxPosFunc::applyConfiguration(const std::uint8_t* config, std::size_t size
         // connection must not linger.
         cameraParameters_.multi.clear();
     }
+    // A usable model from the start, so that host-side reconstruction works
+    // before the first frame has reported a temperature.
+    CalculateSysPara(compensationTemperature_);
+    CalculateMlrRT_SEF();
+    previousFrameIdSlot_ = -1;
 }
 
 StatusLayout VyxPosFunc::statusLayout() const { return statusLayoutForModel(deviceModelIndex_); }

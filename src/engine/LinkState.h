@@ -11,6 +11,14 @@
 #include <mutex>
 #include <vector>
 
+// Kinds of data handed out once each.
+enum DeliveryKind : std::size_t { kMarkerDelivery, kStatusDelivery, kGreyDelivery, kColorDelivery };
+
+// Counter value last handed out, per transport (0 USB, 1 Ethernet, 2 Wi-Fi)
+// and kind of data. Shared by all engines of the process, as the device's own
+// host software does it.
+std::atomic<std::uint32_t>& lastDeliveredCounter(std::size_t transport, DeliveryKind kind);
+
 struct LinkState {
     // Set once the link is up; cleared first thing by a re-initialisation.
     // Stored with release and loaded with acquire, so that a receiver thread

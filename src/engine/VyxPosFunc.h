@@ -6,6 +6,7 @@
 
 #include "VyxPositionTypes.h"
 #include "camera/CameraParameters.h"
+#include "camera/StereoCompensation.h"
 #include "device/DeviceGeometry.h"
 #include "device/DeviceModel.h"
 #include "device/TcpSocket.h"
@@ -103,7 +104,20 @@ public:
     int ETHReadImageColor(std::uint32_t block);
     int ETHReadConfigureData();
 
-    // ---- Reconstruction -------------------------------------------------
+    // ---- Reconstruction and frame delivery -------------------------------
+    // Working camera model for a camera temperature, and the stereo
+    // matrices derived from it.
+    int CalculateSysPara(double temperature);
+    void CalculateMlrRT_SEF();
+    // Decoding of a marker and status frame: the frame id from a marker
+    // origin, the status from a whole frame, the markers from a marker
+    // origin (reconstructing them when the frame id byte is new).
+    std::uint32_t getID(const std::uint8_t* markerOrigin) const;
+    void getStatusStruct(const std::uint8_t* frame, T_VyxPosStatusInfo& status) const;
+    void getMarkerStruct(const std::uint8_t* markerOrigin, T_MarkerInfo& markers);
+    // Grey images delivered at half height, brought to full height.
+    void ImageVerticalStretchX2(const char* leftIn, const char* rightIn, char* leftOut,
+                                char* rightOut) const;
     int Zelmor_Calculate3DPoints(float* leftPoints, int leftCount, float* rightPoints,
                                  int rightCount, T_MarkerInfo& markers);
     int Zelmor_SetColineThreshold(E_Interface iface, int threshold);
@@ -178,6 +192,7 @@ public:
     const vyx::device::DeviceGeometry& geometry() const { return geometry_; }
     const vyx::device::BorderWarningBands& warningBands() const { return warningBands_; }
     const CameraParameterBlock& cameraParameters() const { return cameraParameters_; }
+    const StereoWorkingModel& stereoModel() const { return stereo_; }
 
 private:
     // Link state of a transport value; nullptr for an unknown value.
@@ -191,6 +206,12 @@ private:
     // Reads one frame on request (trigger first in trigger mode 1) into the
     // link's frame buffer; used by the mode switch.
     int ethernetTriggeredFrame();
+    int deliverFrame(LinkState& link, const std::uint8_t* frame, T_MarkerInfo& markers,
+                     T_VyxPosStatusInfo* status, bool withStatus);
+    // In trigger mode 1, sends the acquisition trigger and reads its answer.
+    int ethernetTriggerIfNeeded();
+    // Reads a whole grey image pair on the Ethernet link into caller buffers.
+    int ethernetGreyImageInto(char* leftImage, char* rightImage);
     // Configuration fetch steps shared by the transports.
     void applyConfiguration(const std::uint8_t* config, std::size_t size, bool separateModelText);
     vyx::device::StatusLayout statusLayout() const;
@@ -220,6 +241,14 @@ private:
     bool separateModelTextPresent_ = false;
     vyx::device::ManufactureRecord manufacture_{};
     CameraParameterBlock cameraParameters_;
+
+    // Working camera model, the temperature it is compensated for (the
+    // latest status's Temperature1), the pair-matching threshold override
+    // (-1: by model), and the id byte of the last frame reconstructed.
+    StereoWorkingModel stereo_;
+    double compensationTemperature_ = 20.0;
+    int colineThreshold_ = -1;
+    int previousFrameIdSlot_ = -1;
 
     // Address of the next Ethernet connect, and the device's own address as
     // last reported in its configuration.

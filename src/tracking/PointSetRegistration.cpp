@@ -15,7 +15,7 @@ bool validFitInput(const cv::Point3f* first, const cv::Point3f* second, int n) {
 cv::Point3f centroid(const cv::Point3f* points, int n) {
     cv::Point3f sum(0, 0, 0);
     for (int k = 0; k < n; ++k) sum += points[k];
-    return sum * (1.0f / static_cast<float>(n));
+    return sum / static_cast<float>(n);
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ bool GetRTPoints(const cv::Point3f* first, const cv::Point3f* second, int n, cv:
     cv::SVDecomp(H, W, U, Vt, cv::SVD::FULL_UV);
     const cv::Mat V = Vt.t();
 
-    // V·Uᵀ is the best orthogonal map; when it is a reflection (d = -1) the
+    // V*U^T is the best orthogonal map; when it is a reflection (d = -1) the
     // least significant direction is flipped to make it a proper rotation.
     const float d = static_cast<float>(cv::determinant(V * U.t()));
     const cv::Mat D = (cv::Mat_<float>(3, 3) << 1, 0, 0, 0, 1, 0, 0, 0, d);
@@ -86,7 +86,9 @@ bool GetRTPointsInEigen(const cv::Point3f* first, const cv::Point3f* second, int
     cv::Mat rotationOut(3, 3, CV_32F);
     cv::Mat translationOut(3, 1, CV_32F);
     for (int i = 0; i < 3; ++i) {
-        for (int j = 0; j < 3; ++j) rotationOut.at<float>(i, j) = static_cast<float>(rotation(i, j));
+        for (int j = 0; j < 3; ++j) {
+            rotationOut.at<float>(i, j) = static_cast<float>(rotation(i, j));
+        }
         translationOut.at<float>(i) = static_cast<float>(translation(i));
     }
     rotationOut.copyTo(R);

@@ -1,7 +1,7 @@
 // Least-squares rigid fit between two corresponding point sets, and the step
 // that lays out a tool match as the two point arrays of that fit.
 //
-// The fit finds R (3x3) and T (3x1) such that second[k] ≈ R·first[k] + T for
+// The fit finds R (3x3) and T (3x1) such that second[k] ~ R*first[k] + T for
 // every k, minimising the sum of squared distances. R is always a proper
 // rotation (det +1), also when the best orthogonal map would be a reflection.
 // Points are in millimetres; the frames are whatever the caller's arrays use.
@@ -32,8 +32,8 @@ bool GetRTPointsInEigen(const cv::Point3f* first, const cv::Point3f* second, int
 // borrows: every pointer refers into the tool record, which must outlive the call.
 struct ToolMatchView {
     int markerCount = 0;                      // N, the tool's marker count
-    const float* filePositions = nullptr;     // 3·N floats, x y z per marker, tool frame
-    const float* workingPositions = nullptr;  // the 3·N working copy that calibration edits
+    const float* filePositions = nullptr;     // 3*N floats, x y z per marker, tool frame
+    const float* workingPositions = nullptr;  // the 3*N working copy that calibration edits
     const std::vector<T_MatchMarkIdx>* pairs = nullptr;  // correspondences found by recognition
 };
 

@@ -15,11 +15,12 @@ const std::vector<cv::Vec3d> kAxes{
     {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {-1, 0, 0}, {0, -1, 0}, cv::normalize(cv::Vec3d(1, -2, 0.5)),
     cv::normalize(cv::Vec3d(-0.3, 0.9, 0.4)), cv::normalize(cv::Vec3d(-0.7, -0.2, -0.6))};
 
-// Rz(yaw)·Ry(pitch)·Rx(roll) from the elementary rotations.
+// Rz(yaw)*Ry(pitch)*Rx(roll) from the elementary rotations.
 cv::Matx33d zyxMatrix(double roll, double pitch, double yaw) {
     const double cr = std::cos(roll), sr = std::sin(roll), cp = std::cos(pitch),
                  sp = std::sin(pitch), cy = std::cos(yaw), sy = std::sin(yaw);
-    return cv::Matx33d(cy, -sy, 0, sy, cy, 0, 0, 0, 1) * cv::Matx33d(cp, 0, sp, 0, 1, 0, -sp, 0, cp) *
+    return cv::Matx33d(cy, -sy, 0, sy, cy, 0, 0, 0, 1) *
+           cv::Matx33d(cp, 0, sp, 0, 1, 0, -sp, 0, cp) *
            cv::Matx33d(1, 0, 0, 0, cr, -sr, 0, sr, cr);
 }
 
@@ -73,7 +74,7 @@ TEST(MyRodrigues, RejectsMatricesThatAreNotThreeByThreeDouble) {
         cv::Vec3d r;
         try {
             myRodrigues(bad, r);
-            ADD_FAILURE() << "accepted " << bad.rows << "x" << bad.cols << " of type " << bad.type();
+            ADD_FAILURE() << "accepted " << bad.rows << "x" << bad.cols << ", type " << bad.type();
         } catch (const cv::Exception& e) {
             EXPECT_EQ(e.code, cv::Error::StsAssert);
             EXPECT_EQ(e.err, "src.rows == 3 && src.cols == 3 && src.type() == CV_64F");

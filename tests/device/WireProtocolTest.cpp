@@ -1,6 +1,7 @@
 // The byte protocol: command packets, frame checks and decoding, image block
 // geometry, configuration checksums and the Wi-Fi module's frames.
 #include "device/Crc16.h"
+#include "device/ImageStretch.h"
 #include "device/WireProtocol.h"
 
 #include <gtest/gtest.h>
@@ -360,4 +361,19 @@ TEST(WifiFrames, StatusFrame) {
     EXPECT_EQ(status[23], 24);
     f[31] = 0;
     EXPECT_FALSE(parseWifiStatusFrame(f.data(), f.size(), status));
+}
+
+TEST(ImageStretch, EveryRowIsRepeatedAlsoInPlace) {
+    // Four columns, six rows: the first three rows hold the image.
+    std::vector<std::uint8_t> image(4 * 6, 0);
+    for (std::size_t i = 0; i < 12; ++i) image[i] = static_cast<std::uint8_t>(i + 1);
+    std::vector<std::uint8_t> expected;
+    for (int row = 0; row < 3; ++row)
+        for (int copy = 0; copy < 2; ++copy)
+            for (int col = 0; col < 4; ++col) expected.push_back(static_cast<std::uint8_t>(row * 4 + col + 1));
+    std::vector<std::uint8_t> out(image.size(), 0xEE);
+    stretchRowsTwice(image.data(), out.data(), 4, 6);
+    EXPECT_EQ(out, expected);
+    stretchRowsTwice(image.data(), image.data(), 4, 6);
+    EXPECT_EQ(image, expected);
 }

@@ -41,8 +41,9 @@ Points randomPoints(std::mt19937& rng, int n) {
     return points;
 }
 
-// R·p + T for every point, plus Gaussian noise of the given deviation in millimetres.
-Points transform(const Pose& pose, const Points& points, std::mt19937* rng = nullptr, double noise = 0) {
+// R*p + T for every point, plus Gaussian noise of the given deviation in millimetres.
+Points transform(const Pose& pose, const Points& points, std::mt19937* rng = nullptr,
+                 double noise = 0) {
     std::normal_distribution<double> gauss(0, noise);
     Points out;
     for (const cv::Point3f& p : points) {
@@ -56,7 +57,9 @@ Points transform(const Pose& pose, const Points& points, std::mt19937* rng = nul
 double maxResidual(const cv::Mat& R, const cv::Mat& T, const Points& first, const Points& second) {
     const Points mapped = transform({cv::Matx33f(R), cv::Vec3f(T)}, first);
     double worst = 0;
-    for (size_t k = 0; k < first.size(); ++k) worst = std::max(worst, cv::norm(mapped[k] - second[k]));
+    for (size_t k = 0; k < first.size(); ++k) {
+        worst = std::max(worst, cv::norm(mapped[k] - second[k]));
+    }
     return worst;
 }
 
@@ -168,7 +171,8 @@ TEST_F(MatchPoints, FollowsThePairOrderAndSwapsWithTheDirection) {
 TEST_F(MatchPoints, RejectsBadIndicesOrInputsAndLeavesOutputsAlone) {
     const Points untouched{{9, 9, 9}};
     first = second = untouched;
-    for (const T_MatchMarkIdx& bad : std::vector<T_MatchMarkIdx>{{4, 0}, {-1, 0}, {0, 5}, {0, -1}}) {
+    const std::vector<T_MatchMarkIdx> badPairs{{4, 0}, {-1, 0}, {0, 5}, {0, -1}};
+    for (const T_MatchMarkIdx& bad : badPairs) {
         pairs.back() = bad;
         EXPECT_FALSE(build(false, 0)) << bad.ToolMarkerIndex << "," << bad.ObservedIndex;
     }

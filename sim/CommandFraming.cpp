@@ -1,0 +1,29 @@
+#include "sim/CommandFraming.h"
+
+#include <algorithm>
+#include <array>
+
+namespace vyx::sim {
+namespace {
+
+// Collision level, dual exposure, dual gain, colour exposure, flash delay,
+// LCD display, marker parameters, device IP, then the system commands.
+constexpr std::array<std::uint8_t, 30> kParameterisedCodes = {
+    0x23, 0x62, 0xF7, 0x5A, 0x63, 0xA0, 0x80, 0x90,                    //
+    0x20, 0x21, 0x22, 0x31, 0x30, 0x39, 0x38, 0x40, 0x41, 0x4D, 0x4E,  //
+    0x52, 0x50, 0x51, 0x53, 0x58, 0x79, 0x61, 0x60, 0x71, 0x70, 0x72};
+
+}  // namespace
+
+bool isParameterisedCommand(std::uint8_t commandCode) {
+    return std::find(kParameterisedCodes.begin(), kParameterisedCodes.end(), commandCode) !=
+           kParameterisedCodes.end();
+}
+
+std::size_t commandLength(std::uint8_t commandCode) {
+    if (isParameterisedCommand(commandCode)) return kParameterisedPacketBytes;
+    if (commandCode == code::kAcquireMode) return 2;
+    return 1;
+}
+
+}  // namespace vyx::sim

@@ -1,0 +1,270 @@
+#include "sim/Scene.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+
+namespace vyx::sim {
+namespace {
+
+constexpr double kTwoPi = 6.283185307179586;
+
+// Separate random streams per purpose, so that turning strays on does not
+// change the noise of a frame.
+enum class RandomStream : std::uint32_t { Noise = 1, Strays = 2 };
+
+std::mt19937_64 frameRandom(std::uint64_t seed, std::uint64_t frameIndex, RandomStream stream) {
+    std::seed_seq sequence{static_cast<std::uint32_t>(seed), static_cast<std::uint32_t>(seed >> 32),
+                           static_cast<std::uint32_t>(frameIndex),
+                           static_cast<std::uint32_t>(frameIndex >> 32),
+                           static_cast<std::uint32_t>(stream)};
+    return std::mt19937_64(sequence);
+}
+
+double norm(const Point3& p) { return std::sqrt(p.x * p.x + p.y * p.y + p.z * p.z); }
+
+// Rodrigues' rotation of `p` by `angle` about the unit vector `k`.
+Point3 rotateAbout(const Point3& p, const Point3& k, double angle) {
+    const double c = std::cos(angle);
+    const double s = std::sin(angle);
+    const double dot = k.x * p.x + k.y * p.y + k.z * p.z;
+    const Point3 cross{k.y * p.z - k.z * p.y, k.z * p.x - k.x * p.z, k.x * p.y - k.y * p.x};
+    return {p.x * c + cross.x * s + k.x * dot * (1.0 - c),
+            p.y * c + cross.y * s + k.y * dot * (1.0 - c),
+            p.z * c + cross.z * s + k.z * dot * (1.0 - c)};
+}
+
+Point3 moved(const Point3& p, const Motion& motion, double seconds) {
+    switch (motion.kind) {
+        case Motion::Kind::Still:
+            break;
+        case Motion::Kind::Translate: {
+            const Point3& v = motion.velocityMmPerSecond;
+            return {p.x + v.x * seconds, p.y + v.y * seconds, p.z + v.z * seconds};
+        }
+        case Motion::Kind::Rotate: {
+            const double length = norm(motion.axis);
+            const Point3 unit{motion.axis.x / length, motion.axis.y / length,
+                              motion.axis.z / length};
+            const double angle = std::fmod(motion.radPerSecond * seconds, kTwoPi);
+            const Point3& c = motion.centre;
+            const Point3 r = rotateAbout({p.x - c.x, p.y - c.y, p.z - c.z}, unit, angle);
+            return {c.x + r.x, c.y + r.y, c.z + r.z};
+        }
+    }
+    return p;
+}
+
+bool rasterOrder(const ImagePoint& a, const ImagePoint& b) {
+    return a.y != b.y ? a.y < b.y : a.x < b.x;
+}
+
+std::string fixed(double value, int decimals) {
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(decimals) << value;
+    return text.str();
+}
+
+std::string vector3(const Point3& p) {
+    std::ostringstream text;
+    text << "(" << p.x << ", " << p.y << ", " << p.z << ")";
+    return text.str();
+}
+
+std::string describe(const Motion& motion) {
+    switch (motion.kind) {
+        case Motion::Kind::Still:
+            return "still";
+        case Motion::Kind::Translate:
+            return "moving at " + vector3(motion.velocityMmPerSecond) + " mm/s";
+        case Motion::Kind::Rotate: {
+            std::ostringstream text;
+            text << "turning " << motion.radPerSecond << " rad/s about " << vector3(motion.axis)
+                 << " through " << vector3(motion.centre);
+            return text.str();
+        }
+    }
+    return "";
+}
+
+std::size_t oneCameraCount(const std::vector<SceneMarker>& markers) {
+    return static_cast<std::size_t>(std::count_if(
+        markers.begin(), markers.end(),
+        [](const SceneMarker& m) { return m.visibility != Visibility::Both; }));
+}
+
+void checkScene(const Scene& scene) {
+    if (!(scene.frameRateHz > 0.0) || !std::isfinite(scene.frameRateHz))
+        throw std::invalid_argument("scene frame rate must be positive, not " +
+                                    std::to_string(scene.frameRateHz));
+    if (!(scene.noiseSigmaPx >= 0.0) || !std::isfinite(scene.noiseSigmaPx))
+        throw std::invalid_argument("scene noise sigma must be zero or more, not " +
+                                    std::to_string(scene.noiseSigmaPx));
+    for (const RigidBody& body : scene.bodies)
+        if (body.motion.kind == Motion::Kind::Rotate && !(norm(body.motion.axis) > 0.0))
+            throw std::invalid_argument("body '" + body.name + "' rotates about a zero axis");
+}
+
+}  // namespace
+
+Motion Motion::translate(const Point3& velocityMmPerSecond) {
+    Motion motion;
+    motion.kind = Kind::Translate;
+    motion.velocityMmPerSecond = velocityMmPerSecond;
+    return motion;
+}
+
+Motion Motion::rotate(const Point3& axis, const Point3& centre, double radPerSecond) {
+    Motion motion;
+    motion.kind = Kind::Rotate;
+    motion.axis = axis;
+    motion.centre = centre;
+    motion.radPerSecond = radPerSecond;
+    return motion;
+}
+
+double Scene::timeAt(std::uint64_t frameIndex) const {
+    return static_cast<double>(frameIndex) / frameRateHz;
+}
+
+std::vector<SceneMarker> Scene::positionsAt(std::uint64_t frameIndex) const {
+    const double seconds = timeAt(frameIndex);
+    std::vector<SceneMarker> all = markers;
+    for (const RigidBody& body : bodies)
+        for (const SceneMarker& point : body.points)
+            all.push_back({moved(point.position, body.motion, seconds), point.visibility});
+    return all;
+}
+
+std::vector<Point3> Scene::markersAt(std::uint64_t frameIndex) const {
+    std::vector<Point3> points;
+    for (const SceneMarker& marker : positionsAt(frameIndex))
+        if (marker.visibility == Visibility::Both) points.push_back(marker.position);
+    return points;
+}
+
+std::int16_t Scene::temperatureHundredthsAt(std::uint64_t frameIndex) const {
+    const double celsius =
+        temperatureCelsius + temperatureStepPerFrame * static_cast<double>(frameIndex);
+    const double hundredths = std::round(celsius * 100.0);
+    if (std::isnan(hundredths)) return 0;
+    return static_cast<std::int16_t>(std::clamp(hundredths, -32768.0, 32767.0));
+}
+
+std::string Scene::summary() const {
+    std::ostringstream out;
+    std::size_t bodyPoints = 0;
+    for (const RigidBody& body : bodies) bodyPoints += body.points.size();
+    out << markers.size() + bodyPoints << " markers: " << markers.size() << " still, "
+        << bodyPoints << " on " << bodies.size() << (bodies.size() == 1 ? " body" : " bodies");
+    std::size_t oneCamera = oneCameraCount(markers);
+    for (const RigidBody& body : bodies) oneCamera += oneCameraCount(body.points);
+    if (oneCamera > 0) out << ", " << oneCamera << " seen by one camera only";
+    out << "\n";
+    for (const RigidBody& body : bodies)
+        out << "body " << body.name << ": " << body.points.size() << " points, "
+            << describe(body.motion) << "\n";
+    out << "frame rate " << frameRateHz << " Hz\n";
+    out << "noise ";
+    if (noiseSigmaPx > 0.0)
+        out << noiseSigmaPx << " px (seed " << noiseSeed << ")\n";
+    else
+        out << "none\n";
+    out << "stray centres " << strayCentresPerCamera << " per camera";
+    if (strayCentresPerCamera > 0) out << " (seed " << straySeed << ")";
+    out << "\ntemperature " << fixed(temperatureCelsius, 2) << " degrees C";
+    if (temperatureStepPerFrame != 0.0) out << ", " << temperatureStepPerFrame << " per frame";
+    out << "\nextended id " << (extendedId ? "on" : "off") << ", camera values "
+        << int{leftCameraValue} << " / " << int{rightCameraValue};
+    return out.str();
+}
+
+SceneRenderer::SceneRenderer(const DeviceDescription& description, Scene scene)
+    : scene_(std::move(scene)),
+      projection_(description),
+      imageWidth_(description.geometry.greyWidth),
+      imageHeight_(description.geometry.greyHeight) {
+    checkScene(scene_);
+}
+
+MarkerFrame SceneRenderer::frame(std::uint64_t frameIndex, std::uint32_t counter) const {
+    MarkerFrame frame;
+    frame.frameId = static_cast<std::uint8_t>(counter & 0xFF);
+    if (scene_.extendedId) frame.extendedId = counter;
+    frame.leftValue = scene_.leftCameraValue;
+    frame.rightValue = scene_.rightCameraValue;
+    frame.status.temperature1Hundredths = scene_.temperatureHundredthsAt(frameIndex);
+    const double temperature =
+        DeviceProjection::hostTemperature(frame.status.temperature1Hundredths);
+
+    const float width = static_cast<float>(imageWidth_);
+    const float height = static_cast<float>(imageHeight_);
+    const auto keepInside = [&](std::vector<ImagePoint>& list, double u, double v) {
+        const ImagePoint p{static_cast<float>(u), static_cast<float>(v)};
+        if (p.x >= 0.0f && p.y >= 0.0f && p.x < width && p.y < height) list.push_back(p);
+    };
+
+    std::mt19937_64 noiseRandom = frameRandom(scene_.noiseSeed, frameIndex, RandomStream::Noise);
+    std::normal_distribution<double> noise(0.0, 1.0);
+    const auto jitter = [&]() {
+        return scene_.noiseSigmaPx > 0.0 ? scene_.noiseSigmaPx * noise(noiseRandom) : 0.0;
+    };
+    for (const SceneMarker& marker : scene_.positionsAt(frameIndex)) {
+        StereoPixels pixels;
+        if (!projection_.project(marker.position, temperature, pixels)) continue;
+        // Four draws per projected marker whatever its visibility, so that
+        // hiding one marker from a camera leaves the others' noise alone.
+        pixels.leftU += jitter();
+        pixels.leftV += jitter();
+        pixels.rightU += jitter();
+        pixels.rightV += jitter();
+        if (marker.visibility != Visibility::RightOnly)
+            keepInside(frame.left, pixels.leftU, pixels.leftV);
+        if (marker.visibility != Visibility::LeftOnly)
+            keepInside(frame.right, pixels.rightU, pixels.rightV);
+    }
+
+    if (scene_.strayCentresPerCamera > 0) {
+        std::mt19937_64 strayRandom =
+            frameRandom(scene_.straySeed, frameIndex, RandomStream::Strays);
+        std::uniform_real_distribution<double> across(0.0, imageWidth_);
+        std::uniform_real_distribution<double> down(0.0, imageHeight_);
+        for (std::vector<ImagePoint>* list : {&frame.left, &frame.right})
+            for (std::size_t i = 0; i < scene_.strayCentresPerCamera; ++i) {
+                const double u = across(strayRandom);
+                keepInside(*list, u, down(strayRandom));
+            }
+    }
+
+    for (std::vector<ImagePoint>* list : {&frame.left, &frame.right}) {
+        std::sort(list->begin(), list->end(), rasterOrder);
+        if (list->size() > kMaxPointsPerCamera) list->resize(kMaxPointsPerCamera);
+    }
+    return frame;
+}
+
+VirtualTracker::FrameSource sceneFrameSource(const DeviceDescription& description, Scene scene) {
+    struct Playback {
+        Playback(const DeviceDescription& d, Scene s) : renderer(d, std::move(s)) {}
+        SceneRenderer renderer;
+        std::mutex mutex;
+        std::uint64_t nextFrame = 0;
+    };
+    auto playback = std::make_shared<Playback>(description, std::move(scene));
+    return [playback](std::uint64_t) {
+        std::uint64_t frameIndex = 0;
+        {
+            std::lock_guard<std::mutex> lock(playback->mutex);
+            frameIndex = playback->nextFrame++;
+        }
+        return playback->renderer.frame(frameIndex, static_cast<std::uint32_t>(frameIndex + 1));
+    };
+}
+
+}  // namespace vyx::sim

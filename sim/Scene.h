@@ -1,0 +1,140 @@
+// Scenes in front of the virtual tracker: still markers and rigid bodies with
+// scripted motion, and how their frames come out of the virtual cameras.
+//
+// Positions are in the measurement frame a host reports markers in
+// (DeviceProjection.h), millimetres. A scene is evaluated at frame indices
+// 0, 1, 2, ..., frame k at time k / frameRateHz seconds.
+//
+// Frames: every marker is projected through the model a host derives from
+// the device's configuration for the camera temperature the frame reports,
+// so that a host reconstructs the marker where the scene has it, up to the
+// float rounding of the centres and the noise asked for. Then, per camera:
+// Gaussian noise (same sigma on u and v of both centres), the marker's
+// visibility (a one-camera marker is left out of the other list), stray
+// centres (uniform over the image), the image bounds (0 <= u < width,
+// 0 <= v < height: a centre outside is dropped, so a point outside one image
+// is seen by the other camera only), raster order (by v, then u) and the
+// frame's limit of 200 centres. Nothing else is special: a point beyond a
+// host's depth limit is projected like any other, and a point behind either
+// camera appears in neither list. Noise and strays are drawn from their
+// seeds and the frame index alone, so a frame is the same whenever and however
+// often it is rendered.
+//
+// Scene files: SceneFile.h.
+#pragma once
+
+#include "sim/DeviceDescription.h"
+#include "sim/DeviceProjection.h"
+#include "sim/MarkerFrame.h"
+#include "sim/VirtualTracker.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vyx::sim {
+
+// Which cameras see a marker.
+enum class Visibility { Both, LeftOnly, RightOnly };
+
+struct SceneMarker {
+    Point3 position;  // for a body's point: where it is at time 0
+    Visibility visibility = Visibility::Both;
+};
+
+// Scripted motion of a rigid body over time t (seconds since frame 0).
+struct Motion {
+    enum class Kind { Still, Translate, Rotate };
+    Kind kind = Kind::Still;
+    // Translate: every point moves by velocity x t.
+    Point3 velocityMmPerSecond;
+    // Rotate: every point turns by radPerSecond x t about the axis through
+    // `centre` along `axis` (right-handed; the axis need not be unit length
+    // but must not be zero).
+    Point3 axis{0.0, 0.0, 1.0};
+    Point3 centre;
+    double radPerSecond = 0.0;
+
+    static Motion still() { return {}; }
+    static Motion translate(const Point3& velocityMmPerSecond);
+    static Motion rotate(const Point3& axis, const Point3& centre, double radPerSecond);
+};
+
+struct RigidBody {
+    std::string name;
+    std::vector<SceneMarker> points;
+    Motion motion;
+};
+
+struct Scene {
+    std::vector<SceneMarker> markers;  // still markers
+    std::vector<RigidBody> bodies;
+    double frameRateHz = 60.0;
+
+    // Pixel noise: standard deviation of each centre coordinate.
+    double noiseSigmaPx = 0.0;
+    std::uint64_t noiseSeed = 0;
+    // Random extra centres in each camera's image, per frame.
+    std::size_t strayCentresPerCamera = 0;
+    std::uint64_t straySeed = 0;
+
+    // Camera temperature reported in the status (Temperature1) and
+    // compensated for: temperatureCelsius + k x temperatureStepPerFrame at
+    // frame k, sent in hundredths (rounded, held to the 16-bit range).
+    double temperatureCelsius = 30.0;
+    double temperatureStepPerFrame = 0.0;
+
+    // Whether frames carry the extended-id mark and counter.
+    bool extendedId = true;
+    // The camera values of every frame; a host flags a frame as over the
+    // limit above 5.
+    std::uint8_t leftCameraValue = 0;
+    std::uint8_t rightCameraValue = 0;
+
+    // Seconds from frame 0 to frame `frameIndex`.
+    double timeAt(std::uint64_t frameIndex) const;
+    // Every marker at that frame: the still markers, then the points of each
+    // body, in the order given.
+    std::vector<SceneMarker> positionsAt(std::uint64_t frameIndex) const;
+    // The points a host should reconstruct from that frame, in the order of
+    // positionsAt(): every marker seen by both cameras. A marker that lands
+    // outside either image, behind the 200 centres of a crowded image or
+    // beyond a host's depth limit is still listed; such scenes are for
+    // testing those limits.
+    std::vector<Point3> markersAt(std::uint64_t frameIndex) const;
+    // Temperature1 of that frame's status, hundredths of a degree.
+    std::int16_t temperatureHundredthsAt(std::uint64_t frameIndex) const;
+
+    // Human-readable description, one line per item, for logs.
+    std::string summary() const;
+};
+
+// Renders a scene's frames through one device's cameras.
+class SceneRenderer {
+public:
+    // Throws std::invalid_argument for a frame rate that is not positive and
+    // finite, a negative or non-finite noise sigma, or a rotation about a
+    // zero axis.
+    SceneRenderer(const DeviceDescription& description, Scene scene);
+
+    const Scene& scene() const { return scene_; }
+
+    // The frame at `frameIndex`, carrying `counter` as its frame id (the
+    // low byte) and, when the scene has them on, as its extended id; in
+    // images of the description's grey width and height.
+    MarkerFrame frame(std::uint64_t frameIndex, std::uint32_t counter) const;
+
+private:
+    Scene scene_;
+    DeviceProjection projection_;
+    std::uint32_t imageWidth_;
+    std::uint32_t imageHeight_;
+};
+
+// A source for VirtualTracker::setMarkerFrameSource that plays the scene
+// through the description's cameras. The first request it answers gets
+// frame 0 with counter 1, each further request the next frame and the next
+// counter, whatever the tracker's own request count. Throws as SceneRenderer.
+VirtualTracker::FrameSource sceneFrameSource(const DeviceDescription& description, Scene scene);
+
+}  // namespace vyx::sim

@@ -1,0 +1,213 @@
+// Marker frame delivery: the newest frame from a receiver thread, or one
+// fetched on request in trigger mode, decoded and reconstructed into 3D
+// markers with the camera model compensated for the frame's temperature.
+#include "engine/VyxPosFunc.h"
+
+#include "camera/MarkerReconstruction.h"
+#include "camera/PairMatching.h"
+#include "device/ImageStretch.h"
+
+#include <algorithm>
+#include <cstring>
+
+using namespace vyx::device;
+
+namespace {
+
+constexpr int kTriggeredAttempts = 100;
+constexpr auto kTriggeredRetryPause = std::chrono::milliseconds(5);
+
+}  // namespace
+
+std::uint32_t VyxPosFunc::getID(const std::uint8_t* markerOrigin) const {
+    return frameIdAt(markerOrigin);
+}
+
+void VyxPosFunc::getStatusStruct(const std::uint8_t* frame, T_VyxPosStatusInfo& status) const {
+    decodeStatus(frame, statusLayout(), status);
+}
+
+int VyxPosFunc::CalculateSysPara(double temperature) {
+    ::CalculateSysPara(cameraParameters_, temperature, stereo_);
+    return 1;
+}
+
+void VyxPosFunc::CalculateMlrRT_SEF() { ::CalculateMlrRT_SEF(stereo_); }
+
+void VyxPosFunc::getMarkerStruct(const std::uint8_t* markerOrigin, T_MarkerInfo& markers) {
+    // The caller holds a private copy of the frame, so nothing here races
+    // with the receiver thread.
+    const std::uint8_t* header = markerOrigin;
+    const std::size_t leftCount = std::min<std::size_t>(header[marker_offset::kLeftCount], kMaxPointsPerCamera);
+    const std::size_t rightCount = std::min<std::size_t>(header[marker_offset::kRightCount], kMaxPointsPerCamera);
+    std::array<float, 2 * kMaxPointsPerCamera> left{};
+    std::array<float, 2 * kMaxPointsPerCamera> right{};
+    std::memcpy(left.data(), markerOrigin + marker_offset::kLeftPoints, leftCount * 2 * sizeof(float));
+    std::memcpy(right.data(), markerOrigin + marker_offset::kRightPoints, rightCount * 2 * sizeof(float));
+
+    markers.MarkerNumber = 0;
+    markers.OverLimitFlag = isOverLimit(markerOrigin) ? 1u : 0u;
+    markers.ID = getID(markerOrigin);
+
+    const std::uint8_t idByte = header[marker_offset::kFrameId];
+    if (idByte != previousFrameIdSlot_) {
+        previousFrameIdSlot_ = idByte;
+        CalculateSysPara(compensationTemperature_);
+        CalculateMlrRT_SEF();
+        Zelmor_Calculate3DPoints(left.data(), static_cast<int>(leftCount), right.data(),
+                                 static_cast<int>(rightCount), markers);
+    }
+}
+
+int VyxPosFunc::Zelmor_Calculate3DPoints(float* leftPoints, int leftCount, float* rightPoints,
+                                         int rightCount, T_MarkerInfo& markers) {
+    const double threshold = pairThresholdForModel(deviceModelIndex_, colineThreshold_);
+    return reconstructMarkers(leftPoints, leftCount, rightPoints, rightCount, stereo_, threshold,
+                              depthLimit_, markers);
+}
+
+int VyxPosFunc::Zelmor_SetColineThreshold(E_Interface iface, int threshold) {
+    if (linkFor(iface) == nullptr) return RV_FAILED;
+    colineThreshold_ = threshold;
+    return RV_SUCCESS;
+}
+
+// Decodes the status and the markers of a frame copy for link `link`;
+// returns 0 when the frame carried an id not reconstructed before.
+int VyxPosFunc::deliverFrame(LinkState& link, const std::uint8_t* frame, T_MarkerInfo& markers,
+                             T_VyxPosStatusInfo* status, bool withStatus) {
+    if (withStatus) {
+        T_VyxPosStatusInfo decoded{};
+        getStatusStruct(frame, decoded);
+        compensationTemperature_ = decoded.Temperature1;
+        if (status != nullptr) *status = decoded;
+    }
+    getMarkerStruct(frame + kMarkerOriginOffset, markers);
+    if (markers.ID != link.lastReconstructedId) {
+        link.lastReconstructedId = markers.ID;
+        return RV_SUCCESS;
+    }
+    return RV_NO_NEW_FRAME;
+}
+
+int VyxPosFunc::Zelmor_GetMarkerInfo(E_Interface iface, T_MarkerInfo& markers) {
+    if (iface != Interface_Ethernet && iface != Interface_USB && iface != Interface_WiFi)
+        return RV_FAILED;
+    LinkState& link = *linkFor(iface);
+    const int error = link.lastError.load(std::memory_order_relaxed);
+    if (error != RV_SUCCESS) return error;
+    markers.MarkerNumber = 0;
+    const std::uint32_t counter = link.frameCounter.load(std::memory_order_acquire);
+    auto& delivered = lastDeliveredCounter(static_cast<std::size_t>(iface), kMarkerDelivery);
+    if (counter == delivered.load(std::memory_order_relaxed)) return RV_NO_NEW_FRAME;
+    delivered.store(counter, std::memory_order_relaxed);
+    std::array<std::uint8_t, kMarkerFrameBytes> frame;
+    {
+        std::lock_guard<std::mutex> lock(link.frameLock);
+        frame = link.frame;
+    }
+    return deliverFrame(link, frame.data(), markers, nullptr, iface != Interface_WiFi);
+}
+
+int VyxPosFunc::ethernetTriggerIfNeeded() {
+    if (acquireMode_[Interface_Ethernet] != AcquireMode_Trigger1) return RV_SUCCESS;
+    const CommandPacket trigger = singleByteCommand(command::kTrigger);
+    const int rc = ETHWrite(trigger.bytes.data(), static_cast<int>(trigger.length));
+    if (rc != RV_SUCCESS) return rc;
+    std::uint8_t answer = 0;
+    int length = 1;
+    ETHRead(&answer, length, 0);
+    return RV_SUCCESS;
+}
+
+int VyxPosFunc::Zelmor_GetMarkerAndStatusByTrig(E_Interface iface, T_MarkerInfo& markers,
+                                                T_VyxPosStatusInfo& status) {
+    if (iface == Interface_USB || iface == Interface_WiFi) return RV_NOT_CONNECTED;
+    if (iface != Interface_Ethernet) return RV_FAILED;
+    if (!eth_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
+
+    std::unique_lock<std::mutex> data(eth_.dataLock);
+    int rc = ethernetTriggerIfNeeded();
+    if (rc != RV_SUCCESS) return rc;
+    for (int attempt = 0; attempt < kTriggeredAttempts; ++attempt) {
+        rc = ETHReadInfo();
+        if (rc != RV_SUCCESS) {
+            // A failed read re-opens the link, then tries once more.
+            data.unlock();
+            rc = Zelmor_ETHERNET_Initialize();
+            if (rc != RV_SUCCESS) return rc;
+            data.lock();
+            rc = ETHReadInfo();
+            if (rc != RV_SUCCESS) return rc;
+        }
+        markers.MarkerNumber = 0;
+        std::array<std::uint8_t, kMarkerFrameBytes> frame;
+        {
+            std::lock_guard<std::mutex> lock(eth_.frameLock);
+            frame = eth_.frame;
+        }
+        if (getID(frame.data() + kMarkerOriginOffset) != eth_.lastReconstructedId &&
+            deliverFrame(eth_, frame.data(), markers, &status, true) == RV_SUCCESS)
+            return RV_SUCCESS;
+        if (!sleepWhileRunning(kTriggeredRetryPause)) break;
+    }
+    return RV_NO_NEW_FRAME;
+}
+
+int VyxPosFunc::ethernetGreyImageInto(char* leftImage, char* rightImage) {
+    int rc = RV_SUCCESS;
+    for (std::uint32_t block = 0; block < eth_.greyBlockCount && rc == RV_SUCCESS; ++block)
+        rc = ETHReadImageDual(block);
+    if (rc != RV_SUCCESS) return rc;
+    std::lock_guard<std::mutex> images(eth_.imageLock);
+    if (eth_.greyReadyHalf < 0) return RV_READ_ERROR;
+    const auto& half = eth_.grey[static_cast<std::size_t>(eth_.greyReadyHalf)];
+    std::memcpy(leftImage, half[0].data(), geometry_.greyImageBytes);
+    std::memcpy(rightImage, half[1].data(), geometry_.greyImageBytes);
+    return RV_SUCCESS;
+}
+
+int VyxPosFunc::Zelmor_GetMarkerStatusAndImageByTrig(E_Interface iface, T_MarkerInfo& markers,
+                                                     T_VyxPosStatusInfo& status, char* leftImage,
+                                                     char* rightImage) {
+    const int rc = Zelmor_GetMarkerAndStatusByTrig(iface, markers, status);
+    if (rc != RV_SUCCESS) return rc;
+    std::lock_guard<std::mutex> data(eth_.dataLock);
+    return ethernetGreyImageInto(leftImage, rightImage);
+}
+
+int VyxPosFunc::Zelmor_GetGreyImageFromHardware(E_Interface iface, char* leftImage, char* rightImage) {
+    if (iface == Interface_USB) return RV_NOT_CONNECTED;
+    if (iface != Interface_Ethernet) return RV_FAILED;
+    if (!eth_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
+    std::lock_guard<std::mutex> data(eth_.dataLock);
+    const int rc = ethernetTriggerIfNeeded();
+    if (rc != RV_SUCCESS) return rc;
+    return ethernetGreyImageInto(leftImage, rightImage);
+}
+
+int VyxPosFunc::Zelmor_GetColorImageFromHardware(E_Interface iface, char* image) {
+    if (iface == Interface_USB) return RV_NOT_CONNECTED;
+    if (iface != Interface_Ethernet) return RV_FAILED;
+    if (!eth_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
+    std::lock_guard<std::mutex> data(eth_.dataLock);
+    int rc = ethernetTriggerIfNeeded();
+    for (std::uint32_t block = 0; block < eth_.colorBlockCount && rc == RV_SUCCESS; ++block)
+        rc = ETHReadImageColor(block);
+    if (rc != RV_SUCCESS) return rc;
+    std::lock_guard<std::mutex> images(eth_.imageLock);
+    if (eth_.colorReadyHalf < 0) return RV_READ_ERROR;
+    const auto& half = eth_.color[static_cast<std::size_t>(eth_.colorReadyHalf)];
+    std::memcpy(image, half.data(), geometry_.colorImageBytes);
+    return RV_SUCCESS;
+}
+
+void VyxPosFunc::ImageVerticalStretchX2(const char* leftIn, const char* rightIn, char* leftOut,
+                                        char* rightOut) const {
+    const auto width = static_cast<std::size_t>(geometry_.greyWidth);
+    const auto height = static_cast<std::size_t>(geometry_.greyHeight);
+    stretchRowsTwice(reinterpret_cast<const std::uint8_t*>(leftIn),
+                     reinterpret_cast<std::uint8_t*>(leftOut), width, height);
+    stretchRowsTwice(reinterpret_cast<const std::uint8_t*>(rightIn),
+                     reinterpret_cast<std::uint8_t*>(rightOut), width, height);
+}
