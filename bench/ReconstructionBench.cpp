@@ -121,10 +121,12 @@ void openCvUndistortTriangulate(benchmark::State& state) {
     }
     // A camera at centre C with rotation R sees a point P at R^T (P - C).
     const cv::Mat leftProjection = cv::Mat::eye(3, 4, CV_64F);
-    cv::Mat rightProjection;
     const cv::Mat rightToCamera = rig.right.R.t();
-    cv::hconcat(rightToCamera, -rightToCamera * rig.right.T, rightProjection);
-    const cv::Vec3d halfBaseline = cv::Vec3d(rig.right.T) * 0.5;
+    const cv::Mat rightOffset = -rightToCamera * rig.right.T;
+    cv::Mat rightProjection;
+    cv::hconcat(rightToCamera, rightOffset, rightProjection);
+    const cv::Vec3d halfBaseline(rig.right.T.at<double>(0) * 0.5, rig.right.T.at<double>(1) * 0.5,
+                                 rig.right.T.at<double>(2) * 0.5);
     const cv::TermCriteria iterations(cv::TermCriteria::COUNT, 20, 0.0);
 
     cv::Mat leftNormalised, rightNormalised, homogeneous;

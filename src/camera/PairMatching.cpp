@@ -13,6 +13,8 @@ namespace {
 // only by rounding (about 1e-12 px for image-sized coordinates); every cell
 // that passes is measured again with the exact formula and the strict test.
 constexpr double kPrefilterSlackPx = 1e-6;
+// Relative widening of a band's height range against rounding in its bounds.
+constexpr double kBandRoundingSlack = 1e-9;
 
 // Threshold groups by device model number.
 constexpr std::uint32_t kModelsAt3Px = 0x12DABu;
@@ -132,15 +134,53 @@ int StereoPairMatcher::match(const double* uvLeft, int leftCount, const double* 
     return static_cast<int>(pairs_.size());
 }
 
-void StereoPairMatcher::findCandidates(const double E[9], double thresholdPx,
-                                       double pixelsPerUnit) {
+void StereoPairMatcher::bucketRightCentres() {
     const int nRight = rightCount_;
     xRight_.resize(static_cast<std::size_t>(nRight));
     yRight_.resize(static_cast<std::size_t>(nRight));
+    double xLow = std::numeric_limits<double>::infinity(), xHigh = -xLow;
+    double yLow = xLow, yHigh = -xLow;
     for (int r = 0; r < nRight; ++r) {
-        xRight_[r] = xyRight_[2 * r];
-        yRight_[r] = xyRight_[2 * r + 1];
+        const double x = xyRight_[2 * r], y = xyRight_[2 * r + 1];
+        xRight_[r] = x;
+        yRight_[r] = y;
+        // A non-finite coordinate never lies within a finite distance of a line.
+        if (!std::isfinite(x) || !std::isfinite(y)) continue;
+        xLow = std::min(xLow, x);
+        xHigh = std::max(xHigh, x);
+        yLow = std::min(yLow, y);
+        yHigh = std::max(yHigh, y);
     }
+    xLowest_ = xLow;
+    xHighest_ = xHigh;
+    yLowest_ = yLow;
+    yHighest_ = yHigh;
+
+    bucketCount_ = std::max(nRight, 1);
+    bucketScale_ = static_cast<double>(bucketCount_) / (yHigh - yLow);
+    if (!std::isfinite(bucketScale_)) bucketScale_ = 0.0;  // one height, or no finite centre
+    bucketStart_.assign(static_cast<std::size_t>(bucketCount_) + 1, 0);
+    bucketed_.clear();
+    for (int r = 0; r < nRight; ++r)
+        if (std::isfinite(xRight_[r]) && std::isfinite(yRight_[r])) ++bucketStart_[bucketOf(yRight_[r]) + 1];
+    for (int b = 0; b < bucketCount_; ++b) bucketStart_[b + 1] += bucketStart_[b];
+    bucketed_.resize(static_cast<std::size_t>(bucketStart_[bucketCount_]));
+    for (int r = 0; r < nRight; ++r)
+        if (std::isfinite(xRight_[r]) && std::isfinite(yRight_[r]))
+            bucketed_[bucketStart_[bucketOf(yRight_[r])]++] = r;
+    for (int b = bucketCount_; b > 0; --b) bucketStart_[b] = bucketStart_[b - 1];
+    bucketStart_[0] = 0;
+}
+
+std::int32_t StereoPairMatcher::bucketOf(double y) const {
+    const double position = (y - yLowest_) * bucketScale_;
+    return position < static_cast<double>(bucketCount_ - 1) ? static_cast<std::int32_t>(position)
+                                                           : bucketCount_ - 1;
+}
+
+void StereoPairMatcher::findCandidates(const double E[9], double thresholdPx,
+                                       double pixelsPerUnit) {
+    bucketRightCentres();
     const double* xs = xRight_.data();
     const double* ys = yRight_.data();
     const double limit = thresholdPx + kPrefilterSlackPx;
@@ -155,10 +195,38 @@ void StereoPairMatcher::findCandidates(const double E[9], double thresholdPx,
         const double a = line.a * scale;
         const double b = line.b * scale;
         const double c = line.c * scale;
-        for (std::int32_t r = 0; r < nRight; ++r) {
+
+        // Heights y of the band |a x + b y + c| < limit over the x range of the
+        // right centres, widened for rounding. Only centres in the buckets
+        // covering them are measured; a steep or degenerate line scans all.
+        std::int32_t firstBucket = 0, lastBucket = bucketCount_ - 1;
+        const double inverseB = 1.0 / b;
+        const double halfHeight = limit * std::fabs(inverseB);
+        const double atLowX = -(c + a * xLowest_) * inverseB;
+        const double atHighX = -(c + a * xHighest_) * inverseB;
+        double low = std::min(atLowX, atHighX) - halfHeight;
+        double high = std::max(atLowX, atHighX) + halfHeight;
+        const double rounding = kBandRoundingSlack * (1.0 + std::fabs(low) + std::fabs(high));
+        low -= rounding;
+        high += rounding;
+        if (std::isfinite(low) && std::isfinite(high)) {
+            if (high < yLowest_ || low > yHighest_) continue;
+            firstBucket = bucketOf(std::max(low, yLowest_));
+            lastBucket = bucketOf(std::min(high, yHighest_));
+        }
+
+        for (std::int32_t k = bucketStart_[firstBucket]; k < bucketStart_[lastBucket + 1]; ++k) {
+            const std::int32_t r = bucketed_[k];
             if (std::fabs(a * xs[r] + b * ys[r] + c) < limit) {
                 const double d = distancePx(line, xs[r], ys[r], pixelsPerUnit);
-                if (d < thresholdPx) candidates_.push_back({l, r, d});
+                if (d < thresholdPx) {
+                    // Fields written in place: a braced temporary is assembled on
+                    // the stack and reloaded whole, which stalls store forwarding.
+                    Candidate& candidate = candidates_.emplace_back();
+                    candidate.left = l;
+                    candidate.right = r;
+                    candidate.distancePx = d;
+                }
             }
         }
     }
@@ -272,14 +340,30 @@ void StereoPairMatcher::assignExactly() {
         }
     }
 
-    // Shortest augmenting paths with row and column potentials; index 0 is the
-    // virtual column that roots each search.
+    // Shortest augmenting paths with row and column potentials (rows and
+    // columns counted from 1; column 0 is the virtual root of each search).
+    // Warm start: a row's potential is its cheapest cell, and the row takes
+    // that cell's column when it is still free. Those cells are tight and the
+    // potentials feasible, so the searches below stay exact; most rows of a
+    // real frame are settled here.
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     potentialRow_.assign(n + 1, 0.0);
     potentialColumn_.assign(m + 1, 0.0);
     rowOfColumn_.assign(m + 1, 0);
     previousColumn_.assign(m + 1, 0);
+    rowSettled_.assign(n + 1, 0);
     for (std::size_t i = 1; i <= n; ++i) {
+        const double* rowCost = &cost_[(i - 1) * m];
+        const std::size_t cheapest =
+            static_cast<std::size_t>(std::min_element(rowCost, rowCost + m) - rowCost) + 1;
+        potentialRow_[i] = rowCost[cheapest - 1];
+        if (rowOfColumn_[cheapest] == 0) {
+            rowOfColumn_[cheapest] = static_cast<std::int32_t>(i);
+            rowSettled_[i] = 1;
+        }
+    }
+    for (std::size_t i = 1; i <= n; ++i) {
+        if (rowSettled_[i] != 0) continue;
         rowOfColumn_[0] = static_cast<std::int32_t>(i);
         std::size_t column = 0;
         minSlack_.assign(m + 1, kInfinity);

@@ -129,6 +129,8 @@ private:
         double distancePx;
     };
 
+    void bucketRightCentres();
+    std::int32_t bucketOf(double y) const;
     void findCandidates(const double E[9], double thresholdPx, double pixelsPerUnit);
     void indexCandidates();
     void collectGroup(std::int32_t firstRight);
@@ -144,6 +146,14 @@ private:
 
     std::vector<double> xyLeft_, xyRight_;    // interleaved (x, y)
     std::vector<double> xRight_, yRight_;     // the right centres split for the distance loop
+    // Right centres with finite coordinates, bucketed by normalised height y
+    // into equal slices of [yLowest_, yHighest_]: bucket b holds
+    // bucketed_[bucketStart_[b] .. bucketStart_[b+1]).
+    double xLowest_ = 0.0, xHighest_ = 0.0, yLowest_ = 0.0, yHighest_ = 0.0;
+    double bucketScale_ = 0.0;  // buckets per unit of y
+    std::int32_t bucketCount_ = 1;
+    std::vector<std::int32_t> bucketStart_;
+    std::vector<std::int32_t> bucketed_;
     std::vector<Candidate> candidates_;       // ordered by left, then right
     std::vector<std::int32_t> leftStart_;     // candidates_ of left l: [leftStart_[l], leftStart_[l+1])
     std::vector<std::int32_t> rightStart_;    // byRight_ of right r: [rightStart_[r], rightStart_[r+1])
@@ -162,7 +172,7 @@ private:
     std::vector<double> cost_;
     std::vector<double> potentialRow_, potentialColumn_, minSlack_;
     std::vector<std::int32_t> rowOfColumn_, previousColumn_;
-    std::vector<std::uint8_t> columnUsed_;
+    std::vector<std::uint8_t> columnUsed_, rowSettled_;
     // Greedy workspace: (cost, candidate number).
     std::vector<std::pair<double, std::int32_t>> ranked_;
     std::vector<std::uint8_t> rightTaken_;

@@ -125,3 +125,23 @@ bool GetMatchPtPoints3fAndMat(bool useWorkingCopy, const ToolMatchView& tool,
     }
     return true;
 }
+
+ToolMatchView MatchViewOf(const T_ToolPtMatchInfo& tool) {
+    ToolMatchView view;
+    view.markerCount = tool.markerCount;
+    view.pairs = &tool.pairs;
+    if (tool.markerCount < 0) return view;
+    const std::size_t needed = 3 * static_cast<std::size_t>(tool.markerCount);
+    if (tool.markerPositions.size() >= needed) view.filePositions = tool.markerPositions.data();
+    if (tool.markerPositionsCopy.size() >= needed) {
+        view.workingPositions = tool.markerPositionsCopy.data();
+    }
+    return view;
+}
+
+bool GetMatchPtPoints3fAndMat(bool useWorkingCopy, const T_ToolPtMatchInfo& tool,
+                              const cv::Mat& observed, std::vector<cv::Point3f>& firstPts,
+                              std::vector<cv::Point3f>& secondPts, E_RTDirection direction) {
+    return GetMatchPtPoints3fAndMat(useWorkingCopy, MatchViewOf(tool), observed, firstPts,
+                                    secondPts, direction);
+}

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "VyxPositionTypes.h"
+#include "tools/ToolDefinition.h"
 
 #include <opencv2/core.hpp>
 
@@ -37,6 +38,12 @@ struct ToolMatchView {
     const std::vector<T_MatchMarkIdx>* pairs = nullptr;  // correspondences found by recognition
 };
 
+// View of a tool record: filePositions are its markerPositions, workingPositions
+// its markerPositionsCopy (the same pairing as the distance table's
+// useWorkingCopy flag). A position array holding fewer than 3*N floats is left
+// out (null), so that a damaged record is refused instead of overrun.
+ToolMatchView MatchViewOf(const T_ToolPtMatchInfo& tool);
+
 // Lays out the tool's matched pairs, in the order of tool.pairs, as the two
 // point arrays of a fit that maps firstPts onto secondPts:
 //   direction 0:        firstPts = tool marker positions, secondPts = observed
@@ -49,5 +56,10 @@ struct ToolMatchView {
 // positions or the pair list are missing, observed is not M x 3 CV_32F, or a
 // pair's index lies outside [0, N) or [0, M).
 bool GetMatchPtPoints3fAndMat(bool useWorkingCopy, const ToolMatchView& tool,
+                              const cv::Mat& observed, std::vector<cv::Point3f>& firstPts,
+                              std::vector<cv::Point3f>& secondPts, E_RTDirection direction);
+
+// The same for a whole tool record, through MatchViewOf.
+bool GetMatchPtPoints3fAndMat(bool useWorkingCopy, const T_ToolPtMatchInfo& tool,
                               const cv::Mat& observed, std::vector<cv::Point3f>& firstPts,
                               std::vector<cv::Point3f>& secondPts, E_RTDirection direction);

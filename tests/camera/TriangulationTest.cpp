@@ -1,3 +1,4 @@
+#include "camera/RotationUtils.h"
 #include "camera/StereoProjection.h"
 #include "camera/Triangulation.h"
 
@@ -12,39 +13,34 @@
 
 namespace {
 
-cv::Mat rotationAboutY(double angle) {
-    return (cv::Mat_<double>(3, 3) << std::cos(angle), 0, std::sin(angle), 0, 1, 0,
-            -std::sin(angle), 0, std::cos(angle));
-}
-
-SYSPARA makeCamera(double f, double cx, double cy, cv::Vec<double, 5> dist, const cv::Mat& R,
+SYSPARA makeCamera(double f, double cx, double cy, cv::Vec<double, 5> dist, cv::Vec3d rotation,
                    cv::Vec3d T) {
     SYSPARA camera;
     camera.cameraMatrix = (cv::Mat_<double>(3, 3) << f, 0, cx, 0, f, cy, 0, 0, 1);
     camera.distCoeffs = cv::Mat(dist).clone();
-    camera.R = R.clone();
+    myRodrigues(rotation, camera.R);
     camera.T = cv::Mat(T).clone();
     return camera;
 }
 
 // 1280 x 720 cameras, fx about 1400 px, a 500 mm baseline with small
 // misalignments, the right camera turned 0.1 rad towards the left one, the
-// left one tilted slightly, mild distortion and a depth factor away from 1.
+// left one tilted slightly, mild distortion (k3 too) and a depth factor
+// away from 1.
 StereoWorkingModel realisticRig() {
     StereoWorkingModel rig;
-    const cv::Vec<double, 5> dist(-0.1, 0.05, 1e-4, -1e-4, 0.0);
-    const cv::Mat tilt = (cv::Mat_<double>(3, 3) << 1, 0, 0, 0, std::cos(0.01), -std::sin(0.01),
-                          0, std::sin(0.01), std::cos(0.01));
-    rig.left = makeCamera(1400, 640, 360, dist, tilt, {});
-    rig.right = makeCamera(1405, 630, 365, dist, rotationAboutY(-0.1), {500, 2.5, -4});
+    const cv::Vec<double, 5> dist(-0.1, 0.05, 1e-4, -1e-4, -0.02);
+    rig.left = makeCamera(1400, 640, 360, dist, {0.01, 0, 0}, {});
+    rig.right = makeCamera(1405, 630, 365, dist, {0, -0.1, 0}, {500, 2.5, -4});
     rig.zFactor = 1.0025;
     return rig;
 }
 
-cv::Mat imageRows(const std::vector<double>& uv) {
-    cv::Mat rows = cv::Mat::ones(static_cast<int>(uv.size() / 2), 3, CV_64F);
-    for (int i = 0; i < rows.rows; ++i)
-        std::copy(&uv[2 * i], &uv[2 * i] + 2, rows.ptr<double>(i));
+// N x 3 rows (u, v, 1) of n pixel pairs.
+cv::Mat imageRows(std::vector<double> uv) {
+    cv::Mat rows;
+    const int n = static_cast<int>(uv.size() / 2);
+    cv::hconcat(cv::Mat(uv).reshape(1, n), cv::Mat::ones(n, 1, CV_64F), rows);
     return rows;
 }
 
@@ -98,8 +94,8 @@ TEST(Undistortion, RemovesKnownDistortionAndOnlyNormalisesWithout) {
 }
 
 TEST(Triangulation, PlacesHandWorkedPairsAroundTheBaselineMiddleAndRejectsDegenerateInput) {
-    const SYSPARA left = makeCamera(1000, 640, 360, {}, cv::Mat::eye(3, 3, CV_64F), {});
-    const SYSPARA right = makeCamera(1000, 640, 360, {}, cv::Mat::eye(3, 3, CV_64F), {500, 0, 0});
+    const SYSPARA left = makeCamera(1000, 640, 360, {}, {}, {});
+    const SYSPARA right = makeCamera(1000, 640, 360, {}, {}, {500, 0, 0});
     // From the left camera (100, 50, 1000) and (-200, -100, 2000), reported
     // relative to the baseline middle (250, 0, 0); pair 2 has identical rays.
     const cv::Mat l = (cv::Mat_<double>(3, 3) << 740, 410, 1, 540, 310, 1, 700, 400, 1);
@@ -143,9 +139,7 @@ TEST(Triangulation, RecoversPointsProjectedThroughADistortedRig) {
     }
     const int n = static_cast<int>(truth.size());
 
-    // The raw entry points agree with the matrix ones.
-    cv::Mat out;
-    Compute3DPoints(imageRows(leftUv), imageRows(rightUv), out, rig.left, rig.right);
+    // Double centres through the raw entry points.
     std::vector<double> xyL(2 * n), xyR(2 * n), xyz(3 * n);
     undistortNormalise(leftUv.data(), n, xyL.data(), rig.left.distCoeffs.ptr<double>(),
                        rig.left.cameraMatrix.ptr<double>());
@@ -153,22 +147,22 @@ TEST(Triangulation, RecoversPointsProjectedThroughADistortedRig) {
                        rig.right.cameraMatrix.ptr<double>());
     triangulatePairs(xyL.data(), xyR.data(), n, rig.left.R.ptr<double>(),
                      rig.right.R.ptr<double>(), rig.right.T.ptr<double>(), xyz.data());
-    ASSERT_LT(cv::norm(out.reshape(1, 1), cv::Mat(xyz).reshape(1, 1), cv::NORM_INF), 1e-9);
-
-    std::vector<double> roundedL(leftUv.begin(), leftUv.end());
-    std::vector<double> roundedR(rightUv.begin(), rightUv.end());
-    for (double& c : roundedL) c = static_cast<float>(c);
-    for (double& c : roundedR) c = static_cast<float>(c);
-    cv::Mat outRounded;
-    Compute3DPoints(imageRows(roundedL), imageRows(roundedR), outRounded, rig.left, rig.right);
+    // Float32 centres, as the frames carry them, through the matrix interface.
+    cv::Mat out, leftRounded, rightRounded;
+    imageRows(leftUv).convertTo(leftRounded, CV_32F);
+    imageRows(rightUv).convertTo(rightRounded, CV_32F);
+    leftRounded.convertTo(leftRounded, CV_64F);
+    rightRounded.convertTo(rightRounded, CV_64F);
+    Compute3DPoints(leftRounded, rightRounded, out, rig.left, rig.right);
+    ASSERT_EQ(out.rows, n);
 
     double worstDouble = 0, worstFloat = 0;
+    const cv::Vec3d depthScale(1, 1, rig.zFactor);
     for (int i = 0; i < n; ++i) {
-        const cv::Vec3d scale(1, 1, rig.zFactor);
         const double z = truth[i][2];
-        const double error = cv::norm(cv::Vec3d(out.ptr<double>(i)).mul(scale) - truth[i]);
+        const double error = cv::norm(cv::Vec3d(&xyz[3 * i]).mul(depthScale) - truth[i]);
         const double errorRounded =
-            cv::norm(cv::Vec3d(outRounded.ptr<double>(i)).mul(scale) - truth[i]);
+            cv::norm(cv::Vec3d(out.ptr<double>(i)).mul(depthScale) - truth[i]);
         EXPECT_LT(error, 1e-7) << "pair " << i;
         EXPECT_LT(errorRounded, z * z / (1400.0 * 500.0) * std::ldexp(1.0, -12))
             << "pair " << i << " at Z " << z;
