@@ -87,7 +87,9 @@ int VyxPosFunc::Zelmor_GetStatusInfo(E_Interface iface, T_VyxPosStatusInfo& stat
     if (error != RV_SUCCESS) return error;
     const std::uint32_t counter = link.frameCounter.load(std::memory_order_acquire);
     auto& delivered = lastDelivered(iface, kStatusDelivery);
-    if (counter == delivered.load(std::memory_order_relaxed)) return RV_NO_NEW_FRAME;
+    // Counter 0: nothing has arrived on this engine's link yet, whatever
+    // another engine of the process delivered last.
+    if (counter == 0 || counter == delivered.load(std::memory_order_relaxed)) return RV_NO_NEW_FRAME;
     delivered.store(counter, std::memory_order_relaxed);
     std::lock_guard<std::mutex> frame(link.frameLock);
     decodeStatus(link.frame.data(), statusLayout(), status);
@@ -101,7 +103,8 @@ int VyxPosFunc::Zelmor_GetGreyImageDual(E_Interface iface, char* leftImage, char
     if (error != RV_SUCCESS) return error;
     const std::uint32_t completed = link.greyImagesCompleted.load(std::memory_order_relaxed);
     auto& delivered = lastDelivered(iface, kGreyDelivery);
-    if (completed == delivered.load(std::memory_order_relaxed)) return RV_NO_NEW_FRAME;
+    if (completed == 0 || completed == delivered.load(std::memory_order_relaxed))
+        return RV_NO_NEW_FRAME;
     std::lock_guard<std::mutex> images(link.imageLock);
     if (link.greyReadyHalf < 0) return RV_NO_NEW_FRAME;
     const auto& half = link.grey[static_cast<std::size_t>(link.greyReadyHalf)];
@@ -120,7 +123,8 @@ int VyxPosFunc::Zelmor_GetColorImageMiddle(E_Interface iface, char* image) {
     if (error != RV_SUCCESS) return error;
     const std::uint32_t completed = link.colorImagesCompleted.load(std::memory_order_relaxed);
     auto& delivered = lastDelivered(iface, kColorDelivery);
-    if (completed == delivered.load(std::memory_order_relaxed)) return RV_NO_NEW_FRAME;
+    if (completed == 0 || completed == delivered.load(std::memory_order_relaxed))
+        return RV_NO_NEW_FRAME;
     std::lock_guard<std::mutex> images(link.imageLock);
     if (link.colorReadyHalf < 0) return RV_NO_NEW_FRAME;
     const auto& half = link.color[static_cast<std::size_t>(link.colorReadyHalf)];

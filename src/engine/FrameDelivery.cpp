@@ -99,7 +99,7 @@ int VyxPosFunc::Zelmor_GetMarkerInfo(E_Interface iface, T_MarkerInfo& markers) {
     markers.MarkerNumber = 0;
     const std::uint32_t counter = link.frameCounter.load(std::memory_order_acquire);
     auto& delivered = lastDeliveredCounter(static_cast<std::size_t>(iface), kMarkerDelivery);
-    if (counter == delivered.load(std::memory_order_relaxed)) return RV_NO_NEW_FRAME;
+    if (counter == 0 || counter == delivered.load(std::memory_order_relaxed)) return RV_NO_NEW_FRAME;
     delivered.store(counter, std::memory_order_relaxed);
     std::array<std::uint8_t, kMarkerFrameBytes> frame;
     {

@@ -1,0 +1,271 @@
+// From the virtual tracker's scene to the library's 3D markers: the frames
+// carry 32-bit float centres projected through the device's own calibration,
+// and the library must return the scene's points.
+//
+// Tolerance: rounding a centre below 2048 px to float moves it by at most
+// 2^-14 px, the disparity by at most 2^-13 px, and the depth by
+// Z^2 / (f B) per pixel of disparity: about 1.4e-3 mm at 2 m and 3.1e-3 mm
+// at 3 m for the 1400 px, 500 mm rig. Scenes here stay within 2.6 m, so
+// 3e-3 mm is the bound checked.
+#include "VyxPositionAPI.h"
+#include "sim/DeviceProjection.h"
+#include "sim/Scene.h"
+#include "sim/VirtualTracker.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+using namespace vyx::sim;
+
+namespace {
+
+constexpr double kToleranceMm = 3e-3;
+
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 5s) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(1ms);
+    }
+    return condition();
+}
+
+// Random still markers in the volume both cameras see, at least `spacing`
+// apart.
+std::vector<SceneMarker> randomMarkers(int count, std::uint32_t seed, double spacing = 20.0) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<double> x(-300.0, 300.0), y(-180.0, 180.0), z(1200.0, 2600.0);
+    std::vector<SceneMarker> markers;
+    while (static_cast<int>(markers.size()) < count) {
+        const Point3 p{x(rng), y(rng), z(rng)};
+        bool farEnough = true;
+        for (const auto& m : markers) {
+            const double d = std::hypot(p.x - m.position.x, p.y - m.position.y, p.z - m.position.z);
+            if (d < spacing) farEnough = false;
+        }
+        if (farEnough) markers.push_back({p, Visibility::Both});
+    }
+    return markers;
+}
+
+// Largest distance from each expected point to the nearest reconstructed
+// marker, and the count check, in one place.
+void expectSamePoints(const T_MarkerInfo& markers, const std::vector<Point3>& expected) {
+    ASSERT_EQ(markers.MarkerNumber, expected.size());
+    double worst = 0.0;
+    for (const Point3& p : expected) {
+        double best = 1e300;
+        for (std::uint32_t i = 0; i < markers.MarkerNumber; ++i) {
+            const double* m = markers.MarkerCoordinate[i];
+            best = std::min(best, std::hypot(m[0] - p.x, m[1] - p.y, m[2] - p.z));
+        }
+        worst = std::max(worst, best);
+    }
+    EXPECT_LT(worst, kToleranceMm);
+}
+
+class SceneReconstruction : public ::testing::Test {
+protected:
+    void TearDown() override {
+        if (handle != nullptr) Vyx_API_Close(&handle);
+        tracker.stop();
+    }
+
+    void serve(unsigned char host, const DeviceDescription& description, const Scene& scene) {
+        tracker.setDescription(description);
+        tracker.setMarkerFrameSource(sceneFrameSource(description, scene));
+        tracker.start("127.0.0." + std::to_string(host), 7);
+        ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
+        ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host), RV_SUCCESS);
+        ASSERT_EQ(Vyx_ConnectDevice(handle, Interface_Ethernet, &para), RV_SUCCESS);
+    }
+
+    // The next reconstructed frame, fetched on request.
+    bool nextFrame() {
+        T_VyxPosStatusInfo status{};
+        return Vyx_GetMarkerAndStatusFromHardware(handle, Interface_Ethernet, &markers, &status) ==
+               RV_SUCCESS;
+    }
+
+    VirtualTracker tracker;
+    VyxHandle handle = nullptr;
+    T_VYXPOS_DATAPARA para{};
+    T_MarkerInfo markers{};
+};
+
+DeviceDescription distortedDescription() {
+    DeviceDescription d = defaultDescription();
+    for (CameraCalibration* c : {&d.calibration1.left, &d.calibration1.right})
+        c->distCoeffs = {-0.2, 0.08, 2e-4, -1e-4, -0.01};
+    return d;
+}
+
+// Two calibration sets 20 degrees apart that differ in the right camera's
+// rotation and in depth factor, so that the working model depends on the
+// temperature.
+DeviceDescription twoSetDescription() {
+    DeviceDescription d = defaultDescription();
+    d.longConfiguration.reset();
+    StereoCalibration second = d.calibration1;
+    const double a = -0.104;
+    second.right.rotation = {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)};
+    second.right.translation[0] = 500.4;
+    d.calibration2 = second;
+    d.zFactor1 = 0.999;
+    d.zFactor2 = 1.002;
+    return d;
+}
+
+// A multi-temperature table of three different rows.
+DeviceDescription tableDescription() {
+    DeviceDescription d = defaultDescription();
+    LongConfiguration table;
+    for (int i = 0; i < 3; ++i) {
+        TemperatureCalibration row;
+        row.temperature = 15.0 + 12.0 * i;
+        row.cameras = d.calibration1;
+        const double a = -0.1 - 0.002 * i;
+        row.cameras.right.rotation = {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)};
+        row.cameras.left.cameraMatrix[2] += 0.5 * i;
+        row.depthFactor = 1.0 + 0.0005 * i;
+        table.entries.push_back(row);
+    }
+    d.longConfiguration = table;
+    return d;
+}
+
+struct RigCase {
+    const char* name;
+    DeviceDescription (*description)();
+    double temperature;
+    int markerCount;
+    unsigned char host;
+};
+
+class SceneRigs : public SceneReconstruction, public ::testing::WithParamInterface<RigCase> {};
+
+}  // namespace
+
+TEST_P(SceneRigs, ReconstructsTheScenePoints) {
+    const RigCase& c = GetParam();
+    Scene scene;
+    scene.markers = randomMarkers(c.markerCount, static_cast<std::uint32_t>(c.host));
+    scene.temperatureCelsius = c.temperature;
+    ASSERT_NO_FATAL_FAILURE(serve(c.host, c.description(), scene));
+    for (int frame = 0; frame < 2; ++frame) {
+        ASSERT_TRUE(nextFrame());
+        // The extended id is the tracker's counter, one ahead of the frame index.
+        expectSamePoints(markers, scene.markersAt(markers.ID - 1));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rigs, SceneRigs,
+    ::testing::Values(RigCase{"one", defaultDescription, 30.0, 1, 100},
+                      RigCase{"ten", defaultDescription, 30.0, 10, 101},
+                      RigCase{"fifty", defaultDescription, 30.0, 50, 102},
+                      RigCase{"full", defaultDescription, 30.0, 200, 103},
+                      RigCase{"distorted", distortedDescription, 30.0, 60, 104},
+                      RigCase{"between", twoSetDescription, 27.5, 40, 105},
+                      RigCase{"below", twoSetDescription, 5.0, 40, 106},
+                      RigCase{"above", twoSetDescription, 55.0, 40, 107},
+                      RigCase{"table", tableDescription, 33.3, 40, 108},
+                      RigCase{"tableEdge", tableDescription, 15.0, 40, 109}),
+    [](const ::testing::TestParamInfo<RigCase>& rig) { return std::string(rig.param.name); });
+
+TEST_F(SceneReconstruction, LargeSensorModelReconstructsToo) {
+    Scene scene;
+    scene.markers = randomMarkers(30, 7);
+    ASSERT_NO_FATAL_FAILURE(serve(110, descriptionForModel("ZR-C857-X"), scene));
+    ASSERT_EQ(para.DeviceType, 9u);
+    ASSERT_TRUE(nextFrame());
+    expectSamePoints(markers, scene.markersAt(markers.ID - 1));
+}
+
+TEST_F(SceneReconstruction, OneCameraMarkersAndStraysLeaveTheOthersAlone) {
+    Scene scene;
+    scene.markers = randomMarkers(20, 11, 40.0);
+    scene.markers[3].visibility = Visibility::LeftOnly;
+    scene.markers[8].visibility = Visibility::RightOnly;
+    ASSERT_NO_FATAL_FAILURE(serve(111, defaultDescription(), scene));
+    ASSERT_TRUE(nextFrame());
+    expectSamePoints(markers, scene.markersAt(markers.ID - 1));
+    EXPECT_EQ(markers.MarkerNumber, 18u);
+}
+
+TEST_F(SceneReconstruction, MarkersBeyondTheModelsDepthLimitAreDropped) {
+    // The model's limit is 2400 mm.
+    Scene scene;
+    scene.markers = {{{0, 0, 2300}, Visibility::Both}, {{100, 50, 2399}, Visibility::Both},
+                     {{-100, 0, 2450}, Visibility::Both}, {{50, -50, 2600}, Visibility::Both}};
+    ASSERT_NO_FATAL_FAILURE(serve(112, descriptionForModel("QX-MIN-2"), scene));
+    ASSERT_EQ(para.DeviceType, 3u);
+    ASSERT_TRUE(nextFrame());
+    expectSamePoints(markers, {{0, 0, 2300}, {100, 50, 2399}});
+}
+
+TEST_F(SceneReconstruction, FreeRunningDeliveryMatchesTheScene) {
+    Scene scene;
+    RigidBody body;
+    body.name = "turning";
+    for (const auto& m : randomMarkers(6, 5, 30.0)) body.points.push_back(m);
+    body.motion = Motion::rotate({0, 0, 1}, {0, 0, 1800}, 0.6);
+    scene.bodies.push_back(body);
+    ASSERT_NO_FATAL_FAILURE(serve(113, defaultDescription(), scene));
+    ASSERT_EQ(Vyx_SetAcquireData(handle, Interface_Ethernet, DataType_MarkerAndStatus), RV_SUCCESS);
+    for (int frame = 0; frame < 3; ++frame) {
+        ASSERT_TRUE(eventually(
+            [&] { return Vyx_GetMarkerInfo(handle, Interface_Ethernet, &markers) == RV_SUCCESS; }));
+        expectSamePoints(markers, scene.markersAt(markers.ID - 1));
+    }
+}
+
+TEST_F(SceneReconstruction, AModelWithoutThresholdPairsNothingUntilOneIsSet) {
+    Scene scene;
+    scene.markers = randomMarkers(5, 3);
+    ASSERT_NO_FATAL_FAILURE(serve(114, descriptionForModel("QX-PRO-1"), scene));
+    ASSERT_EQ(para.DeviceType, 2u);
+    ASSERT_TRUE(nextFrame());
+    EXPECT_EQ(markers.MarkerNumber, 0u);
+    ASSERT_EQ(Vyx_SetColineThreshold(handle, Interface_Ethernet, 3), RV_SUCCESS);
+    ASSERT_TRUE(nextFrame());
+    expectSamePoints(markers, scene.markersAt(markers.ID - 1));
+}
+
+TEST_F(SceneReconstruction, HostCentresFollowTheEmptySlotAndCountRules) {
+    Scene scene;
+    ASSERT_NO_FATAL_FAILURE(serve(115, defaultDescription(), scene));
+    // Before any frame the engine's model is compensated for 20 degrees.
+    DeviceProjection projection(defaultDescription());
+    const auto points = randomMarkers(3, 9, 50.0);
+    std::vector<float> left, right;
+    for (const auto& m : points) {
+        StereoPixels px;
+        ASSERT_TRUE(projection.project(m.position, 20.0, px));
+        left.insert(left.end(), {static_cast<float>(px.leftU), static_cast<float>(px.leftV)});
+        right.insert(right.end(), {static_cast<float>(px.rightU), static_cast<float>(px.rightV)});
+    }
+    // An empty slot (0, 0) among the left centres is skipped.
+    left.insert(left.begin() + 2, {0.0f, 0.0f});
+    ASSERT_EQ(Vyx_Calculate3DPoints(handle, left.data(), 4, right.data(), 3, &markers), RV_SUCCESS);
+    expectSamePoints(markers, {points[0].position, points[1].position, points[2].position});
+
+    // Centres past the 200th are not considered: the last marker stands at
+    // index 200 in both lists behind 197 empty slots.
+    std::vector<float> longLeft(402, 0.0f), longRight(402, 0.0f);
+    std::copy(left.begin(), left.begin() + 2, longLeft.begin());
+    std::copy(right.begin(), right.begin() + 2, longRight.begin());
+    std::copy(left.begin() + 6, left.begin() + 8, longLeft.begin() + 400);
+    std::copy(right.begin() + 4, right.begin() + 6, longRight.begin() + 400);
+    ASSERT_EQ(Vyx_Calculate3DPoints(handle, longLeft.data(), 201, longRight.data(), 201, &markers),
+              RV_SUCCESS);
+    expectSamePoints(markers, {points[0].position});
+}
