@@ -88,7 +88,8 @@ void reconstructMarkersFrame(benchmark::State& state) {
 
     reconstructMarkers(frame.left.data(), n, frame.right.data(), n, rig, thresholdPx, 30000, out);
     std::vector<cv::Vec3d> points;
-    for (std::uint32_t k = 0; k < out.MarkerNumber; ++k) points.emplace_back(out.MarkerCoordinate[k]);
+    for (std::uint32_t k = 0; k < out.MarkerNumber; ++k)
+        points.emplace_back(out.MarkerCoordinate[k]);
     const std::string problem = checkPoints(points, frame.scene);
     if (!problem.empty()) {
         state.SkipWithError(problem.c_str());
@@ -164,12 +165,11 @@ void openCvUndistortTriangulate(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(reconstructMarkersFrame)->Arg(10)->Arg(50)->Arg(100)->Arg(200)->Unit(benchmark::kMicrosecond);
+BENCHMARK(reconstructMarkersFrame)
+    ->Arg(10)->Arg(50)->Arg(100)->Arg(200)
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(openCvUndistortTriangulate)
-    ->Arg(10)
-    ->Arg(50)
-    ->Arg(100)
-    ->Arg(200)
+    ->Arg(10)->Arg(50)->Arg(100)->Arg(200)
     ->Unit(benchmark::kMicrosecond);
 
 BENCHMARK_MAIN();

@@ -162,7 +162,8 @@ void StereoPairMatcher::bucketRightCentres() {
     bucketStart_.assign(static_cast<std::size_t>(bucketCount_) + 1, 0);
     bucketed_.clear();
     for (int r = 0; r < nRight; ++r)
-        if (std::isfinite(xRight_[r]) && std::isfinite(yRight_[r])) ++bucketStart_[bucketOf(yRight_[r]) + 1];
+        if (std::isfinite(xRight_[r]) && std::isfinite(yRight_[r]))
+            ++bucketStart_[bucketOf(yRight_[r]) + 1];
     for (int b = 0; b < bucketCount_; ++b) bucketStart_[b + 1] += bucketStart_[b];
     bucketed_.resize(static_cast<std::size_t>(bucketStart_[bucketCount_]));
     for (int r = 0; r < nRight; ++r)
@@ -414,27 +415,38 @@ void StereoPairMatcher::assignExactly() {
 
 void StereoPairMatcher::assignGreedily() {
     ranked_.clear();
-    for (std::int32_t r : groupRights_)
-        for (std::int32_t k = rightStart_[r]; k < rightStart_[r + 1]; ++k)
-            ranked_.emplace_back(groupCost(candidates_[byRight_[k]]), byRight_[k]);
-    // Cost first, then left rank and right rank, so equal costs resolve alike on every run.
-    std::sort(ranked_.begin(), ranked_.end(),
-              [this](const std::pair<double, std::int32_t>& x,
-                     const std::pair<double, std::int32_t>& y) {
-                  if (x.first != y.first) return x.first < y.first;
-                  const Candidate& cx = candidates_[x.second];
-                  const Candidate& cy = candidates_[y.second];
-                  if (leftRank_[cx.left] != leftRank_[cy.left])
-                      return leftRank_[cx.left] < leftRank_[cy.left];
-                  return rightRank_[cx.right] < rightRank_[cy.right];
-              });
+    for (std::int32_t r : groupRights_) {
+        for (std::int32_t k = rightStart_[r]; k < rightStart_[r + 1]; ++k) {
+            const Candidate& c = candidates_[byRight_[k]];
+            ranked_.push_back({groupCost(c), leftRank_[c.left], rightRank_[c.right], c.right});
+        }
+    }
+    // Cost first, then left rank and right rank: a total order, so equal costs
+    // resolve alike on every run.
+    const auto cheaper = [](const RankedCandidate& x, const RankedCandidate& y) {
+        if (x.cost != y.cost) return x.cost < y.cost;
+        if (x.leftRank != y.leftRank) return x.leftRank < y.leftRank;
+        return x.rightRank < y.rightRank;
+    };
     rightTaken_.assign(static_cast<std::size_t>(rightCount_), 0);
-    for (const auto& entry : ranked_) {
-        const Candidate& c = candidates_[entry.second];
-        const auto lRank = static_cast<std::size_t>(leftRank_[c.left]);
-        if (partnerOfLeft_[lRank] >= 0 || rightTaken_[c.right] != 0) continue;
-        partnerOfLeft_[lRank] = c.right;
-        rightTaken_[c.right] = 1;
+    // The cheapest candidates are sorted in growing slices rather than all at
+    // once: a large group is usually settled by its first few per centre.
+    std::size_t pairsOpen = std::min(groupLeft_.size(), groupRight_.size());
+    std::size_t slice = 4 * std::max(groupLeft_.size(), groupRight_.size());
+    for (std::size_t begin = 0; begin < ranked_.size() && pairsOpen > 0; slice *= 2) {
+        const std::size_t end = std::min(ranked_.size(), begin + slice);
+        const auto first = ranked_.begin() + static_cast<std::ptrdiff_t>(begin);
+        const auto last = ranked_.begin() + static_cast<std::ptrdiff_t>(end);
+        if (end < ranked_.size()) std::nth_element(first, last, ranked_.end(), cheaper);
+        std::sort(first, last, cheaper);
+        for (; begin < end && pairsOpen > 0; ++begin) {
+            const RankedCandidate& c = ranked_[begin];
+            const auto leftRank = static_cast<std::size_t>(c.leftRank);
+            if (partnerOfLeft_[leftRank] >= 0 || rightTaken_[c.right] != 0) continue;
+            partnerOfLeft_[leftRank] = c.right;
+            rightTaken_[c.right] = 1;
+            --pairsOpen;
+        }
     }
 }
 

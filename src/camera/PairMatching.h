@@ -13,16 +13,17 @@
 // each centre at most once, the one with the most pairs is chosen and, among
 // those, the one with the smallest total epipolar distance. Every pair's
 // distance carries an extra kOrderTieBreakPx per step between the left
-// centre's rank and the right centre's rank in u order within the group, so
-// that assignments whose distances agree to within the centres' rounding (a row
-// of markers in the plane of the baseline shares one epipolar line) resolve in
-// u order; a distance difference above that amount always wins over the order.
-// Groups up to kMaxExactGroupSize centres per side are solved exactly as a
-// minimum-cost assignment (Hungarian method; candidate cells cost their
-// distance, other cells a price above any possible sum of candidate distances,
-// so that the number of pairs dominates). Larger groups take candidate pairs
-// greedily, smallest distance first, which keeps the cost bounded at the price
-// of optimality.
+// centre's rank and the right centre's rank in u order within the group. The
+// order therefore decides only between assignments whose distances agree to a
+// few thousandths of a pixel, which is what a row of markers in the plane of
+// the baseline gives (they share one epipolar line, and only the rounding of
+// their centres tells the distances apart): such a row pairs in u order.
+// Groups of up to kMaxExactGroupSize centres per side are solved exactly as a
+// minimum-cost assignment (Hungarian method; a non-candidate cell costs more
+// than any set of candidate cells together, so the number of pairs comes
+// first). Larger groups, which only many markers on one epipolar line or a
+// very large threshold produce, take candidate pairs greedily, cheapest first
+// (distance plus order price): bounded cost, but not always the most pairs.
 //
 // Output order: groups in the order of their lowest right index, and within a
 // group the pairs in ascending u of the left centre (equal u keep the order in
@@ -32,7 +33,6 @@
 #include <opencv2/core.hpp>
 
 #include <cstdint>
-#include <utility>
 #include <vector>
 
 // Pixel threshold for the device model number: 3.0 for models 0, 1, 3, 5, 7, 8,
@@ -99,7 +99,8 @@ struct MatchedPair {
 class StereoPairMatcher {
 public:
     // Largest group, in centres per side, solved as an exact assignment. The
-    // exact solver costs O(n^3): about a few hundred microseconds at this size.
+    // exact solver takes O(n^3) steps at worst, a quarter of a million at this
+    // size; the greedy one O(E log E) for E candidate pairs.
     static constexpr int kMaxExactGroupSize = 64;
     // Per-rank price that resolves ties in u order, in pixels: well above the
     // rounding of 32-bit centres (about 3e-5 px at u = 1000), well below any
@@ -154,10 +155,14 @@ private:
     std::int32_t bucketCount_ = 1;
     std::vector<std::int32_t> bucketStart_;
     std::vector<std::int32_t> bucketed_;
-    std::vector<Candidate> candidates_;       // ordered by left, then right
-    std::vector<std::int32_t> leftStart_;     // candidates_ of left l: [leftStart_[l], leftStart_[l+1])
-    std::vector<std::int32_t> rightStart_;    // byRight_ of right r: [rightStart_[r], rightStart_[r+1])
-    std::vector<std::int32_t> byRight_;       // candidate numbers ordered by right, then left
+    // Candidate pairs grouped by left, lefts ascending: those of left l are
+    // candidates_[leftStart_[l] .. leftStart_[l+1]). byRight_ lists candidate
+    // numbers by right, then left: those of right r are
+    // byRight_[rightStart_[r] .. rightStart_[r+1]).
+    std::vector<Candidate> candidates_;
+    std::vector<std::int32_t> leftStart_;
+    std::vector<std::int32_t> rightStart_;
+    std::vector<std::int32_t> byRight_;
     std::vector<std::int32_t> leftRank_;      // rank in the current group, -1 outside it
     std::vector<std::int32_t> rightRank_;
     std::vector<std::uint8_t> rightVisited_;
@@ -173,8 +178,14 @@ private:
     std::vector<double> potentialRow_, potentialColumn_, minSlack_;
     std::vector<std::int32_t> rowOfColumn_, previousColumn_;
     std::vector<std::uint8_t> columnUsed_, rowSettled_;
-    // Greedy workspace: (cost, candidate number).
-    std::vector<std::pair<double, std::int32_t>> ranked_;
+    // Greedy workspace.
+    struct RankedCandidate {
+        double cost;
+        std::int32_t leftRank;
+        std::int32_t rightRank;
+        std::int32_t right;
+    };
+    std::vector<RankedCandidate> ranked_;
     std::vector<std::uint8_t> rightTaken_;
 
     std::vector<MatchedPair> pairs_;

@@ -4,9 +4,10 @@
 // (ToolLibrary::ReadToolInfoResultRom / ReadFormatToolInfoFromFileRom).
 //
 // Fields, little-endian, at absolute offsets:
-//   0x018  1 byte          read by the library loader only; not part of the tool
-//   0x01C  signed 8-bit    marker count N, accepted in 1..200
-//   0x024  4 bytes         read by the library loader only; not part of the tool
+//   0x018  1 byte          read; not part of the tool definition
+//   0x01C  signed 8-bit    marker count N, accepted in 1..200 (as a signed
+//                          byte it cannot exceed 127)
+//   0x024  4 bytes         read; not part of the tool definition
 //   0x048  N x 3 float32   marker positions x, y, z, tool frame
 //   0x138  N x 3 float32   per-marker vectors, read by the library loader only
 //   0x250  bytes           tool name, up to the first zero byte

@@ -33,8 +33,8 @@ public:
     // ---- Loading ---------------------------------------------------------
 
     // With clearFirst, releases the whole library first; then scans path for
-    // ".vyxtool" files, prints "[Message] Now auto detect NDI rom files...",
-    // and scans the same directory for ROM tool files. Returns 0 when at
+    // ".vyxtool" files, announces the ROM scan on its own message line, and
+    // scans the same directory for ROM tool files. Returns 0 when at
     // least one scan opened the directory, -1 when neither did or path is null.
     int setToolInfoFilePath(const char* path, bool clearFirst);
 
@@ -61,17 +61,18 @@ public:
     // does. Always returns 0: the tool count tells whether the file loaded.
     int AddToolInfoResult(const char* pathWithoutExtension);
 
-    // ROM tool files. The scan takes
-    // every entry whose name ends in ".rom" (case counts), stores the
-    // normalised dir as the tool directory once it opens, and returns false
-    // after its warning when dir is missing or cannot be opened.
+    // Scans dir for ROM tool files: every entry whose name ends in ".rom"
+    // (case counts). Stores the normalised dir as the tool directory once it
+    // opens; returns false after its warning when dir is missing or cannot be
+    // opened. It prints no "attempt to open" line and makes no permission test.
     bool ReadToolInfoResultRom(const char* dir);
 
-    // Loads the ROM tool file at tool directory + fileName (implemented beside
-    // the ROM conversion) and appends it on success. The record's file
-    // path, where the writers would put it back, is the same name with its
+    // Loads the ROM tool file at tool directory + fileName (see
+    // RomConversion.h) and appends it on success as a kind 'T' tool: name,
+    // count and positions from the ROM, masks fullMarkerMask(N), a zero tip.
+    // Its file path, where the writers put it back, is the same name with the
     // ".rom" ending replaced by ".vyxtool", so a calibrated ROM tool is saved
-    // beside its ROM file and never over it. No companion file is looked for.
+    // beside its ROM file, never over it. No companion file is looked for.
     void ReadFormatToolInfoFromFileRom(const char* fileName);
 
     // Frees every record. Afterwards the count is 0; pointers handed out by

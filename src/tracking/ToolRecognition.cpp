@@ -116,10 +116,12 @@ private:
         for (int k = neighbourBegin_[a]; k < neighbourBegin_[a + 1]; ++k) {
             const float d = neighbours_[k].distance;
             --left;
-            for (int j : usable_) {
-                if (j != i && agrees(d, row[j])) {
-                    if (++count >= threshold) return true;
-                    break;
+            if (frame_.mayHold(i, d, tolerance_)) {
+                for (int j : usable_) {
+                    if (j != i && agrees(d, row[j])) {
+                        if (++count >= threshold) return true;
+                        break;
+                    }
                 }
             }
             if (count + left < threshold) return false;
@@ -137,6 +139,7 @@ private:
         const float* seedDistances = frame_.row(seedRow);
         for (int k = neighbourBegin_[seedMarker]; k < neighbourBegin_[seedMarker + 1]; ++k) {
             const Neighbour& n = neighbours_[k];
+            if (!frame_.mayHold(seedRow, n.distance, tolerance_)) continue;
             bool any = false;
             for (int j : usable_) {
                 if (j != seedRow && agrees(n.distance, seedDistances[j])) {
@@ -231,11 +234,12 @@ bool readPose(const cv::Mat& R, const cv::Mat& T, cv::Matx33f& rotation, cv::Vec
         (T.rows != 1 && T.cols != 1)) {
         return false;
     }
-    cv::Mat r, t;
-    R.convertTo(r, CV_32F);
-    T.convertTo(t, CV_32F);
-    for (int k = 0; k < 9; ++k) rotation.val[k] = r.at<float>(k / 3, k % 3);
-    for (int k = 0; k < 3; ++k) translation[k] = t.at<float>(k);
+    // The fit's own output is continuous CV_32F and is read in place.
+    cv::Mat r = R, t = T;
+    if (r.type() != CV_32FC1 || !r.isContinuous()) R.convertTo(r, CV_32F);
+    if (t.type() != CV_32FC1 || !t.isContinuous()) T.convertTo(t, CV_32F);
+    std::copy_n(r.ptr<float>(), 9, rotation.val);
+    std::copy_n(t.ptr<float>(), 3, translation.val);
     return true;
 }
 
@@ -331,7 +335,7 @@ void fillPose(const T_ToolPtMatchInfo& tool, const cv::Mat& R, const cv::Mat& T,
         result.ToolTipsLocal[3 + k] = axisPoint[k];
     }
 
-    const cv::Mat rotationVector = Matrix2RotVet(cv::Mat(rotation), result.Quaternion);
+    const cv::Mat rotationVector = Matrix2RotVet(R, result.Quaternion);
     for (int k = 0; k < 3; ++k) {
         result.RotationVector[k] = static_cast<float>(rotationVector.at<double>(k));
     }
@@ -339,25 +343,51 @@ void fillPose(const T_ToolPtMatchInfo& tool, const cv::Mat& R, const cv::Mat& T,
 
 }  // namespace
 
+int FrameDistances::binOf(float distanceMm) {
+    const float bin = distanceMm / kBinWidthMm;
+    return bin < static_cast<float>(kBinCount - 1) ? static_cast<int>(bin) : kBinCount - 1;
+}
+
 bool FrameDistances::assign(const cv::Mat& observed) {
     count_ = 0;
     table_.clear();
+    bins_.clear();
     if (!isPointMatrix(observed)) return false;
     const int n = observed.rows;
     table_.assign(static_cast<std::size_t>(n) * n, 0.0f);
+    bins_.assign(static_cast<std::size_t>(n) * kWordsPerRow, 0);
     count_ = n;
     for (int i = 0; i < n; ++i) {
         const float* p = observed.ptr<float>(i);
         float* rowI = table_.data() + static_cast<std::size_t>(i) * n;
+        std::uint64_t* binsI = bins_.data() + static_cast<std::size_t>(i) * kWordsPerRow;
         for (int j = i + 1; j < n; ++j) {
             const float* q = observed.ptr<float>(j);
             const float dx = p[0] - q[0], dy = p[1] - q[1], dz = p[2] - q[2];
             const float d = std::sqrt(dx * dx + dy * dy + dz * dz);
             rowI[j] = d;
             table_[static_cast<std::size_t>(j) * n + i] = d;
+            if (!(d >= 0.0f)) continue;  // NaN agrees with nothing
+            const int bin = binOf(d);
+            const std::uint64_t bit = std::uint64_t{1} << (bin & 63);
+            binsI[bin >> 6] |= bit;
+            bins_[static_cast<std::size_t>(j) * kWordsPerRow + (bin >> 6)] |= bit;
         }
     }
     return true;
+}
+
+bool FrameDistances::mayHold(int i, float distance, float tolerance) const {
+    // Agreement means a row value strictly inside (distance - tolerance,
+    // distance + tolerance); NaN bounds fail the test below.
+    const float low = distance - tolerance, high = distance + tolerance;
+    if (!(high > 0.0f && high > low)) return false;
+    const std::uint64_t* bins = bins_.data() + static_cast<std::size_t>(i) * kWordsPerRow;
+    const int last = binOf(high);
+    for (int bin = low > 0.0f ? binOf(low) : 0; bin <= last; ++bin) {
+        if ((bins[bin >> 6] >> (bin & 63)) & 1u) return true;
+    }
+    return false;
 }
 
 bool FindToolMatchPtIndexList(T_ToolPtMatchInfo& tool, const FrameDistances& distances,

@@ -13,6 +13,7 @@
 
 #include <opencv2/core.hpp>
 
+#include <cstdint>
 #include <deque>
 #include <list>
 #include <memory>
@@ -35,7 +36,11 @@ constexpr float kMaxAcceptedMatchError = 3.0f;
 
 // The M x M table of distances between the observed points of one frame
 // (diagonal 0), computed once per frame and shared by every tool matched
-// against that frame. The observed points are kept alongside.
+// against that frame.
+//
+// Beside it, each row keeps a bitmap of the distances it holds in 2 mm bins
+// (the last bin collects everything from 4094 mm on), so that most rows can
+// be ruled out for a wanted distance without being scanned.
 class FrameDistances {
 public:
     // Builds the table for the rows of an M x 3 single-channel CV_32F matrix.
@@ -47,9 +52,20 @@ public:
     const float* row(int i) const { return table_.data() + static_cast<std::size_t>(i) * count_; }
     float distance(int i, int j) const { return row(i)[j]; }
 
+    // False when no point other than i lies at a distance within `tolerance`
+    // of `distance` from point i; true when one may. Never false wrongly.
+    bool mayHold(int i, float distance, float tolerance) const;
+
 private:
+    static constexpr float kBinWidthMm = 2.0f;
+    static constexpr int kBinCount = 2048;
+    static constexpr int kWordsPerRow = kBinCount / 64;
+
+    static int binOf(float distanceMm);
+
     int count_ = 0;
     std::vector<float> table_;
+    std::vector<std::uint64_t> bins_;  // kWordsPerRow words per row
 };
 
 // Matches one tool against the observed points (seed-and-grow search over the

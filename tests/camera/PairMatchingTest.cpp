@@ -94,7 +94,8 @@ TEST(PairThreshold, FollowsTheModelTableUnlessOverridden) {
 }
 
 TEST(SortStruct, OrdersByAscendingUAndKeepsEqualUInTheirOrder) {
-    std::vector<PointsIndexStruct> points{{3.0, 0}, {1.0, 1}, {3.0, 2}, {1.0, 3}, {2.0, 4}, {-1.0, 5}};
+    std::vector<PointsIndexStruct> points{{3.0, 0}, {1.0, 1}, {3.0, 2},
+                                          {1.0, 3}, {2.0, 4}, {-1.0, 5}};
     SortStruct(points);
     const int expected[] = {5, 1, 3, 4, 0, 2};
     for (std::size_t i = 0; i < points.size(); ++i) EXPECT_EQ(points[i].index, expected[i]) << i;
@@ -165,20 +166,25 @@ TEST_F(PairMatchingOnRig, MarkersSeenByOneCameraOnlyArePrunedWithoutDisturbingTh
 
 TEST_F(PairMatchingOnRig, ARowOfMarkersSharingOneEpipolarLinePairsInOrder) {
     // Equal Y and Z: every marker lies in one plane with the baseline, so all
-    // epipolar distances are zero up to the rounding of 32-bit centres.
-    std::vector<cv::Vec3d> row;
-    for (int i = 0; i < 8; ++i) row.push_back({-300.0 + 90.0 * i, 40.0, 2000.0});
-    StereoImages images = imagesOf(rig, row);
-    images.left.convertTo(images.left, CV_32F);
-    images.left.convertTo(images.left, CV_64F);
-    images.right.convertTo(images.right, CV_32F);
-    images.right.convertTo(images.right, CV_64F);
-    ASSERT_TRUE(admissible(images.left, 0, images.right, 7));
-    cv::Mat reversed;
-    cv::flip(images.right, reversed, 0);
+    // epipolar distances are zero up to the rounding of 32-bit centres. The
+    // larger row forms one group beyond the exact solver's size.
+    for (int n : {8, StereoPairMatcher::kMaxExactGroupSize + 16}) {
+        std::vector<cv::Vec3d> row;
+        for (int i = 0; i < n; ++i) row.push_back({-500.0 + 900.0 * i / n, 40.0, 2000.0});
+        StereoImages images = imagesOf(rig, row);
+        images.left.convertTo(images.left, CV_32F);
+        images.left.convertTo(images.left, CV_64F);
+        images.right.convertTo(images.right, CV_32F);
+        images.right.convertTo(images.right, CV_64F);
+        ASSERT_TRUE(admissible(images.left, 0, images.right, n - 1));
+        cv::Mat reversed;
+        cv::flip(images.right, reversed, 0);
 
-    ASSERT_EQ(match(images.left, reversed), 1);
-    EXPECT_EQ(pairedRows(images), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7}));
+        ASSERT_EQ(match(images.left, reversed), 1);
+        std::vector<int> inOrder(static_cast<std::size_t>(n));
+        for (int i = 0; i < n; ++i) inOrder[static_cast<std::size_t>(i)] = i;
+        EXPECT_EQ(pairedRows(images), inOrder) << n << " markers";
+    }
 }
 
 TEST_F(PairMatchingOnRig, CrossingMarkersAtDifferentDepthsPairByDistanceNotByImageOrder) {

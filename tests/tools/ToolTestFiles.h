@@ -7,6 +7,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -24,11 +25,7 @@ public:
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
     }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-
-    // Directory path without a trailing separator.
-    std::string path() const { return path_.string(); }
+    std::string path() const { return path_.string(); }  // no trailing separator
     std::string file(const std::string& name) const { return (path_ / name).string(); }
 
 private:
@@ -44,15 +41,22 @@ inline std::string readFile(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// A four-marker tool file text with the given name, kind and tip point.
-inline std::string fourMarkerToolText(const std::string& name, char kind = 'T',
-                                      float xOffset = 0.0f) {
-    std::ostringstream text;
-    text << name << '\n' << kind << "\n4\n"
-         << xOffset + 0 << " 0 0 15\n"
-         << xOffset + 50 << " 0 0 15\n"
-         << xOffset + 0 << " 80 0 15\n"
-         << xOffset + 0 << " 0 120 15\n"
-         << "2\n0 0 -150\n0 0 -100\n";
-    return text.str();
+// A four-marker tool file: markers at (x, 0, 0), (x + 50, 0, 0), (x, 80, 0),
+// (x, 0, 120), tip (0, 0, -150), second point (0, 0, -100).
+inline std::string fourMarkerToolText(const std::string& name, char kind = 'T', int x = 0) {
+    const std::string x0 = std::to_string(x), x50 = std::to_string(x + 50);
+    return name + "\n" + kind + "\n4\n" + x0 + " 0 0 15\n" + x50 + " 0 0 15\n" + x0 +
+           " 80 0 15\n" + x0 + " 0 120 15\n2\n0 0 -150\n0 0 -100\n";
 }
+
+// Collects what the library prints on standard output while it lives.
+class CapturedOutput {
+public:
+    CapturedOutput() : previous_(std::cout.rdbuf(text_.rdbuf())) {}
+    ~CapturedOutput() { std::cout.rdbuf(previous_); }
+    std::string str() const { return text_.str(); }
+
+private:
+    std::ostringstream text_;
+    std::streambuf* previous_;
+};
