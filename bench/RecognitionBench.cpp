@@ -39,9 +39,11 @@ std::unique_ptr<T_ToolPtMatchInfo> randomTool(std::mt19937& rng, int index) {
     tool->markerCount = 4;
     tool->distanceTable = cv::Mat::zeros(4, 4, CV_32F);
     for (int i = 0; i < 4; ++i) {
-        tool->markerPositions.insert(tool->markerPositions.end(), markers[i].val, markers[i].val + 3);
+        tool->markerPositions.insert(tool->markerPositions.end(), markers[i].val,
+                                     markers[i].val + 3);
         for (int j = 0; j < 4; ++j) {
-            tool->distanceTable.at<float>(i, j) = static_cast<float>(cv::norm(markers[i] - markers[j]));
+            tool->distanceTable.at<float>(i, j) =
+                static_cast<float>(cv::norm(markers[i] - markers[j]));
         }
     }
     tool->markerPositionsCopy = tool->markerPositions;
@@ -133,8 +135,9 @@ void runSearch(benchmark::State& state, bool placeTools) {
     const int expected = placeTools ? toolCount : 0;
     const int found = checkResults(scene, first);
     if (found != expected) {
-        state.SkipWithError(("found " + std::to_string(found) + " of " +
-                             std::to_string(expected) + " tools").c_str());
+        state.SkipWithError(
+            ("found " + std::to_string(found) + " of " + std::to_string(expected) + " tools")
+                .c_str());
     }
     state.counters["tools_found"] = found;
 }

@@ -27,8 +27,17 @@ extern "C" {
 /* Bytes of a device model text (not terminated when full). */
 #define VYX_MODEL_TEXT_SIZE 20
 
+/* Enumerations are 32-bit. In C++ they get that as a fixed underlying type,
+ * so that any 32-bit value a caller passes (including values outside the
+ * named ones, which the library answers with -1) is a valid value. */
+#ifdef __cplusplus
+#define VYX_ENUM(name) enum name : int32_t
+#else
+#define VYX_ENUM(name) enum name
+#endif
+
 /* Result of every exported function and engine method. */
-typedef enum E_ReturnValue {
+typedef VYX_ENUM(E_ReturnValue) {
     RV_SUCCESS = 0,
     RV_USB_NOT_FOUND = 1,        /* USB device could not be found or opened */
     RV_NOT_CONNECTED = 2,        /* no successful connect, or the transport is not open */
@@ -41,7 +50,7 @@ typedef enum E_ReturnValue {
 } E_ReturnValue;
 
 /* Transport that a call addresses. */
-typedef enum E_Interface {
+typedef VYX_ENUM(E_Interface) {
     Interface_USB = 0,
     Interface_Ethernet = 1,
     Interface_WiFi = 2
@@ -52,7 +61,7 @@ typedef enum E_Interface {
  * turns it into a four-bit mask: bits 0+1 marker and status frame, bit 2 the
  * two grey images, bit 3 the colour image. Values above 8 stop acquisition.
  */
-typedef enum E_DataType {
+typedef VYX_ENUM(E_DataType) {
     DataType_None = 0,            /* mask 0: acquisition stopped */
     DataType_MarkerAndStatus = 1, /* mask 3 */
     DataType_MaskBit0 = 2,        /* mask 1: no frame kind is read for it alone */
@@ -65,14 +74,14 @@ typedef enum E_DataType {
 } E_DataType;
 
 /* Acquisition mode, sent to the device as the second byte of the mode command. */
-typedef enum E_AcquireMode {
+typedef VYX_ENUM(E_AcquireMode) {
     AcquireMode_FreeRunning = 0, /* the receiver threads deliver frames on their own */
     AcquireMode_Trigger1 = 1,    /* each frame is requested by an acquisition trigger */
     AcquireMode_Trigger2 = 2
 } E_AcquireMode;
 
 /* System commands; each is sent as the device command byte given beside it. */
-typedef enum E_SystemCommand {
+typedef VYX_ENUM(E_SystemCommand) {
     SystemCommand_0 = 0,   /* 0x20 */
     SystemCommand_1 = 1,   /* 0x21 */
     SystemCommand_2 = 2,   /* 0x22 */
@@ -103,13 +112,13 @@ typedef enum E_SystemCommand {
  * transform that maps tool coordinates into tracker coordinates; any non-zero
  * value swaps the two point sets, giving the inverse mapping.
  */
-typedef enum E_RTDirection {
+typedef VYX_ENUM(E_RTDirection) {
     RTDirection_ToolToTracker = 0,
     RTDirection_TrackerToTool = 1
 } E_RTDirection;
 
 /* The user's decision at the end of a tool self-calibration. */
-typedef enum E_ToolFixRlt {
+typedef VYX_ENUM(E_ToolFixRlt) {
     ToolFix_Discard = 0, /* restore the marker positions as read from the file */
     ToolFix_Retry = 1,   /* restore them, then start the procedure again */
     ToolFix_Save = 2     /* write the corrected positions to the tool file */

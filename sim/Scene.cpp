@@ -39,27 +39,6 @@ Point3 rotateAbout(const Point3& p, const Point3& k, double angle) {
             p.z * c + cross.z * s + k.z * dot * (1.0 - c)};
 }
 
-Point3 moved(const Point3& p, const Motion& motion, double seconds) {
-    switch (motion.kind) {
-        case Motion::Kind::Still:
-            break;
-        case Motion::Kind::Translate: {
-            const Point3& v = motion.velocityMmPerSecond;
-            return {p.x + v.x * seconds, p.y + v.y * seconds, p.z + v.z * seconds};
-        }
-        case Motion::Kind::Rotate: {
-            const double length = norm(motion.axis);
-            const Point3 unit{motion.axis.x / length, motion.axis.y / length,
-                              motion.axis.z / length};
-            const double angle = std::fmod(motion.radPerSecond * seconds, kTwoPi);
-            const Point3& c = motion.centre;
-            const Point3 r = rotateAbout({p.x - c.x, p.y - c.y, p.z - c.z}, unit, angle);
-            return {c.x + r.x, c.y + r.y, c.z + r.z};
-        }
-    }
-    return p;
-}
-
 bool rasterOrder(const ImagePoint& a, const ImagePoint& b) {
     return a.y != b.y ? a.y < b.y : a.x < b.x;
 }
@@ -88,6 +67,12 @@ std::string describe(const Motion& motion) {
                  << " through " << vector3(motion.centre);
             return text.str();
         }
+        case Motion::Kind::Oscillate: {
+            std::ostringstream text;
+            text << "swinging by " << vector3(motion.amplitudeMm) << " mm every "
+                 << motion.periodSeconds << " s";
+            return text.str();
+        }
     }
     return "";
 }
@@ -105,9 +90,16 @@ void checkScene(const Scene& scene) {
     if (!(scene.noiseSigmaPx >= 0.0) || !std::isfinite(scene.noiseSigmaPx))
         throw std::invalid_argument("scene noise sigma must be zero or more, not " +
                                     std::to_string(scene.noiseSigmaPx));
-    for (const RigidBody& body : scene.bodies)
-        if (body.motion.kind == Motion::Kind::Rotate && !(norm(body.motion.axis) > 0.0))
+    for (const RigidBody& body : scene.bodies) {
+        const Motion& m = body.motion;
+        if (m.kind == Motion::Kind::Rotate && !(norm(m.axis) > 0.0))
             throw std::invalid_argument("body '" + body.name + "' rotates about a zero axis");
+        if (m.kind == Motion::Kind::Oscillate &&
+            (!(m.periodSeconds > 0.0) || !std::isfinite(m.periodSeconds)))
+            throw std::invalid_argument("body '" + body.name +
+                                        "' oscillates with a period that is not positive: " +
+                                        std::to_string(m.periodSeconds));
+    }
 }
 
 }  // namespace
@@ -128,6 +120,42 @@ Motion Motion::rotate(const Point3& axis, const Point3& centre, double radPerSec
     return motion;
 }
 
+Motion Motion::oscillate(const Point3& amplitudeMm, double periodSeconds) {
+    Motion motion;
+    motion.kind = Kind::Oscillate;
+    motion.amplitudeMm = amplitudeMm;
+    motion.periodSeconds = periodSeconds;
+    return motion;
+}
+
+Point3 Motion::at(const Point3& p, double seconds) const {
+    switch (kind) {
+        case Kind::Still:
+            break;
+        case Kind::Translate: {
+            const Point3& v = velocityMmPerSecond;
+            return {p.x + v.x * seconds, p.y + v.y * seconds, p.z + v.z * seconds};
+        }
+        case Kind::Rotate: {
+            const double length = norm(axis);
+            const Point3 unit{axis.x / length, axis.y / length, axis.z / length};
+            const double angle = std::fmod(radPerSecond * seconds, kTwoPi);
+            const Point3& c = centre;
+            const Point3 r = rotateAbout({p.x - c.x, p.y - c.y, p.z - c.z}, unit, angle);
+            return {c.x + r.x, c.y + r.y, c.z + r.z};
+        }
+        case Kind::Oscillate: {
+            // The phase is taken modulo one period first, so that long runs
+            // keep the precision of the first swing.
+            const double phase = kTwoPi * std::fmod(seconds, periodSeconds) / periodSeconds;
+            const double s = std::sin(phase);
+            const Point3& a = amplitudeMm;
+            return {p.x + a.x * s, p.y + a.y * s, p.z + a.z * s};
+        }
+    }
+    return p;
+}
+
 double Scene::timeAt(std::uint64_t frameIndex) const {
     return static_cast<double>(frameIndex) / frameRateHz;
 }
@@ -137,7 +165,7 @@ std::vector<SceneMarker> Scene::positionsAt(std::uint64_t frameIndex) const {
     std::vector<SceneMarker> all = markers;
     for (const RigidBody& body : bodies)
         for (const SceneMarker& point : body.points)
-            all.push_back({moved(point.position, body.motion, seconds), point.visibility});
+            all.push_back({body.motion.at(point.position, seconds), point.visibility});
     return all;
 }
 

@@ -44,10 +44,14 @@ struct SceneMarker {
 
 // Scripted motion of a rigid body over time t (seconds since frame 0).
 struct Motion {
-    enum class Kind { Still, Translate, Rotate };
+    enum class Kind { Still, Translate, Rotate, Oscillate };
     Kind kind = Kind::Still;
     // Translate: every point moves by velocity x t.
     Point3 velocityMmPerSecond;
+    // Oscillate: every point moves by amplitude x sin(2 pi t / period), back
+    // and forth along the amplitude vector without turning (period > 0).
+    Point3 amplitudeMm;
+    double periodSeconds = 1.0;
     // Rotate: every point turns by radPerSecond x t about the axis through
     // `centre` along `axis` (right-handed; the axis need not be unit length
     // but must not be zero).
@@ -58,12 +62,25 @@ struct Motion {
     static Motion still() { return {}; }
     static Motion translate(const Point3& velocityMmPerSecond);
     static Motion rotate(const Point3& axis, const Point3& centre, double radPerSecond);
+    static Motion oscillate(const Point3& amplitudeMm, double periodSeconds);
+
+    // Where a point that is at `p` at time 0 is `seconds` later.
+    Point3 at(const Point3& p, double seconds) const;
 };
 
+// A rigid body, and the tool it stands for (SceneTools.h writes its tool
+// file).
+//
+// Tool frame: the origin is the centroid of the body's points at time 0 (all
+// of them, whatever their visibility) and the axes are those of the
+// measurement frame, so at time 0 a tool point p is at centroid + p. The tip
+// and the second tip-section point are given in that frame.
 struct RigidBody {
     std::string name;
     std::vector<SceneMarker> points;
     Motion motion;
+    Point3 tip{0.0, 0.0, -150.0};
+    Point3 tipAxis{0.0, 0.0, -50.0};
 };
 
 struct Scene {
@@ -113,8 +130,8 @@ struct Scene {
 class SceneRenderer {
 public:
     // Throws std::invalid_argument for a frame rate that is not positive and
-    // finite, a negative or non-finite noise sigma, or a rotation about a
-    // zero axis.
+    // finite, a negative or non-finite noise sigma, a rotation about a zero
+    // axis, or an oscillation whose period is not positive and finite.
     SceneRenderer(const DeviceDescription& description, Scene scene);
 
     const Scene& scene() const { return scene_; }

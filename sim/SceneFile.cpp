@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <fstream>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 namespace vyx::sim {
@@ -101,7 +102,7 @@ struct BodyLines {
 };
 
 void applyMotion(const Statement& s, RigidBody& body) {
-    if (s.arguments() < 1) s.fail("'motion' needs 'still', 'translate' or 'rotate'");
+    if (s.arguments() < 1) s.fail("'motion' needs 'still', 'translate', 'rotate' or 'oscillate'");
     const std::string& kind = s.argument(1);
     if (kind == "still") {
         s.expectArguments(1, 1, "nothing after 'still'");
@@ -114,8 +115,13 @@ void applyMotion(const Statement& s, RigidBody& body) {
         const Point3 axis = s.point(2);
         if (axis.x == 0.0 && axis.y == 0.0 && axis.z == 0.0) s.fail("rotation axis is zero");
         body.motion = Motion::rotate(axis, s.point(5), s.number(8));
+    } else if (kind == "oscillate") {
+        s.expectArguments(5, 5, "'oscillate AX AY AZ PERIOD'");
+        const double period = s.number(5);
+        if (!(period > 0.0)) s.fail("oscillation period must be above 0");
+        body.motion = Motion::oscillate(s.point(2), period);
     } else {
-        s.fail("unknown motion '" + kind + "' (expected still, translate or rotate)");
+        s.fail("unknown motion '" + kind + "' (expected still, translate, rotate or oscillate)");
     }
 }
 
@@ -152,7 +158,9 @@ void apply(const Statement& s, Scene& scene, std::vector<BodyLines>& bodyLines,
         scene.markers.push_back({s.point(1), s.visibility()});
     } else if (keyword == "body") {
         s.expectArguments(1, 1, "one name (a single word)");
-        scene.bodies.push_back({s.argument(1), {}, Motion::still()});
+        RigidBody body;
+        body.name = s.argument(1);
+        scene.bodies.push_back(std::move(body));
         bodyLines.push_back({line, 0});
     } else if (keyword == "point") {
         s.expectArguments(3, 4, "'X Y Z [left|right]'");
@@ -165,6 +173,12 @@ void apply(const Statement& s, Scene& scene, std::vector<BodyLines>& bodyLines,
                    std::to_string(bodyLines.back().motionLine) + ")");
         applyMotion(s, body);
         bodyLines.back().motionLine = line;
+    } else if (keyword == "tip") {
+        s.expectArguments(3, 3, "'X Y Z'");
+        currentBody().tip = s.point(1);
+    } else if (keyword == "tipaxis") {
+        s.expectArguments(3, 3, "'X Y Z'");
+        currentBody().tipAxis = s.point(1);
     } else if (keyword == "noise") {
         s.expectArguments(1, 3, "'SIGMA [seed N]'");
         scene.noiseSigmaPx = s.number(1);
@@ -277,7 +291,13 @@ std::string formatScene(const Scene& scene) {
                 out += "motion rotate " + exact(m.axis) + " " + exact(m.centre) + " " +
                        exact(m.radPerSecond) + "\n";
                 break;
+            case Motion::Kind::Oscillate:
+                out += "motion oscillate " + exact(m.amplitudeMm) + " " + exact(m.periodSeconds) +
+                       "\n";
+                break;
         }
+        out += "tip " + exact(body.tip) + "\n";
+        out += "tipaxis " + exact(body.tipAxis) + "\n";
     }
     return out;
 }

@@ -19,6 +19,13 @@
 //   motion rotate AX AY AZ CX CY CZ RAD_PER_SECOND
 //                                 turns about the axis along (AX, AY, AZ)
 //                                 through (CX, CY, CZ), right-handed
+//   motion oscillate AX AY AZ PERIOD
+//                                 swings back and forth without turning:
+//                                 moved by (AX, AY, AZ) x sin(2 pi t / PERIOD)
+//   tip X Y Z                     the current body's tool tip, in its tool
+//                                 frame (default 0 0 -150; Scene.h: RigidBody)
+//   tipaxis X Y Z                 its second tip-section point, tool frame
+//                                 (default 0 0 -50)
 //   noise SIGMA [seed N]          Gaussian pixel noise of SIGMA px on every
 //                                 centre coordinate (default 0, seed 0)
 //   stray COUNT [seed N]          COUNT random extra centres per camera and
@@ -30,8 +37,8 @@
 //   cameravalues LEFT RIGHT       camera values 0-255 of every frame (default
 //                                 0 0; a host flags a frame above 5)
 //
-// A setting given twice takes its last value. A body needs at least one point
-// and at most one motion line. Example:
+// A setting given twice takes its last value (also tip and tipaxis). A body
+// needs at least one point and at most one motion line. Example:
 //
 //   framerate 60
 //   body tool

@@ -2,6 +2,7 @@
 // developing and trying hosts without tracker hardware.
 #include "sim/MarkerScene.h"
 #include "sim/SceneFile.h"
+#include "sim/SceneTools.h"
 #include "sim/VirtualTracker.h"
 
 #include <arpa/inet.h>
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <iomanip>
 #include <iostream>
 #include <mutex>
@@ -40,6 +42,9 @@ const char* const kUsage =
     "                  sizes follow the model family\n"
     "  --no-long-form  do not answer the long configuration request\n"
     "  --scene FILE    play the markers of a scene file (format: sim/scenes/README.md)\n"
+    "  --write-tools DIR\n"
+    "                  write a tool file (NAME.vyxtool) for each body of the scene\n"
+    "                  into DIR, creating it if needed, and exit without serving\n"
     "  --seconds N     stop after N seconds (default: run until SIGINT or SIGTERM)\n"
     "  --help          show this text\n";
 
@@ -59,6 +64,7 @@ struct Options {
     std::optional<std::string> model;
     std::optional<long> seconds;
     std::optional<std::string> sceneFile;
+    std::optional<std::string> toolDirectory;
     bool longForm = true;
 };
 
@@ -85,7 +91,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
             continue;
         }
         if (option != "--address" && option != "--port" && option != "--model" &&
-            option != "--seconds" && option != "--scene") {
+            option != "--seconds" && option != "--scene" && option != "--write-tools") {
             std::cerr << "vyx_virtual_tracker: unknown option " << option << "\n" << kUsage;
             return 2;
         }
@@ -103,6 +109,9 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
             options.model = value;
         } else if (option == "--scene") {
             options.sceneFile = value;
+        } else if (option == "--write-tools") {
+            options.toolDirectory = value;
+            ok = !value.empty();
         } else {
             long seconds = 0;
             ok = parseNumber(value, 1, 365L * 24 * 3600, seconds);
@@ -177,6 +186,26 @@ void printSummary(const DeviceDescription& d, const vyx::sim::Scene& scene,
 
 }  // namespace
 
+// Writes the scene's tool files into the directory; returns the exit code.
+int writeTools(const vyx::sim::Scene& scene, const std::string& directory) {
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (error) {
+        std::cerr << "vyx_virtual_tracker: cannot create " << directory << ": " << error.message()
+                  << "\n";
+        return 1;
+    }
+    if (!vyx::sim::writeToolFiles(scene, directory)) {
+        std::cerr << "vyx_virtual_tracker: cannot write the tool files into " << directory
+                  << " (body names must be distinct single words, bodies 1 to 30 points)\n";
+        return 1;
+    }
+    for (const vyx::sim::RigidBody& body : scene.bodies)
+        std::cout << directory << (directory.back() == '/' ? "" : "/") << body.name
+                  << ".vyxtool: " << body.points.size() << " markers\n";
+    return 0;
+}
+
 int main(int argc, char** argv) {
     Options options;
     if (const auto exitCode = parseOptions(argc, argv, options)) return *exitCode;
@@ -208,6 +237,7 @@ int main(int argc, char** argv) {
         }
         sceneName = *options.sceneFile;
     }
+    if (options.toolDirectory) return writeTools(scene, *options.toolDirectory);
     vyx::sim::VirtualTracker::FrameSource frames;
     try {
         frames = vyx::sim::sceneFrameSource(description, scene);

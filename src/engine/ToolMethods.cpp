@@ -1,32 +1,84 @@
-// Tool-library, recognition and reference-tool operations of the engine that
-// are not built yet. Each answers RV_FAILED (a null path for the directory
-// query) until the tool subsystem lands.
+// The tool library and tool recognition as the engine offers them. The
+// reference tool is not available in this build: setting one fails.
 #include "engine/VyxPosFunc.h"
 
-const char* VyxPosFunc::Zelmor_GetToolInfoFilePath() { return nullptr; }
-int VyxPosFunc::Zelmor_SetToolInfoFilePath(const char*, bool) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_AddToolInfoFilePath(const char*) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_CheckToolFile(const char*, T_ToolFileData&) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_GetCountOfToolDefine(int&) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_GetAllToolFilesBaseInfo(t_ToolBaseInfo*) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_GetSpecificToolFileInfoList(const char*, int&, std::list<float>*) {
-    return RV_FAILED;
+#include "tools/RomConversion.h"
+#include "tools/ToolFile.h"
+
+RecognitionSettings VyxPosFunc::recognitionSettings() const {
+    RecognitionSettings settings;
+    settings.toolFindOffset = toolFindOffset_.load(std::memory_order_relaxed);
+    settings.pointMatchOptimize = pointMatchOptimize_;
+    settings.direction = rtDirection_;
+    return settings;
 }
-int VyxPosFunc::Zelmor_GetSpecificToolFileInfoArray(const char*, int&, float*) {
-    return RV_FAILED;
+
+const char* VyxPosFunc::Zelmor_GetToolInfoFilePath() {
+    return toolLibrary_.toolInfoFilePath().c_str();
 }
-int VyxPosFunc::Zelmor_ConvertNDIrom2VYXtool(const char*) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_FindAllToolsInfo(T_MarkerInfo&, T_VyxToolDataResult*, int) {
-    return RV_FAILED;
+
+int VyxPosFunc::Zelmor_SetToolInfoFilePath(const char* path, bool clearFirst) {
+    return toolLibrary_.setToolInfoFilePath(path, clearFirst);
 }
-int VyxPosFunc::Zelmor_FindSpecificToolInfo(T_MarkerInfo&, const std::vector<std::string>&,
-                                            T_VyxToolDataResult*, int) {
-    return RV_FAILED;
+
+int VyxPosFunc::Zelmor_AddToolInfoFilePath(const char* path) {
+    toolLibrary_.AddToolInfoResult(path);
+    return RV_SUCCESS;
 }
-int VyxPosFunc::Zelmor_FindToolInfo_Map(T_MarkerInfo&, std::vector<std::string>&,
-                                        std::map<std::string, T_VyxToolDataResult*>&, int) {
-    return RV_FAILED;
+
+int VyxPosFunc::Zelmor_CheckToolFile(const char* path, T_ToolFileData& data) {
+    return checkToolFile(path, data);
 }
+
+int VyxPosFunc::Zelmor_GetCountOfToolDefine(int& count) {
+    count = static_cast<int>(toolLibrary_.count());
+    return RV_SUCCESS;
+}
+
+int VyxPosFunc::Zelmor_GetAllToolFilesBaseInfo(t_ToolBaseInfo* info) {
+    return toolLibrary_.getAllToolFilesBaseInfo(info);
+}
+
+int VyxPosFunc::Zelmor_GetSpecificToolFileInfoList(const char* name, int& count,
+                                                   std::list<float>* values) {
+    return toolLibrary_.getSpecificToolFileInfoList(name, count, values);
+}
+
+int VyxPosFunc::Zelmor_GetSpecificToolFileInfoArray(const char* name, int& count, float* positions) {
+    return toolLibrary_.getSpecificToolFileInfoArray(name, count, positions);
+}
+
+int VyxPosFunc::Zelmor_ConvertNDIrom2VYXtool(const char* romPath) {
+    return convertRomToToolFile(romPath);
+}
+
+int VyxPosFunc::Zelmor_FindAllToolsInfo(T_MarkerInfo& markers, T_VyxToolDataResult* results,
+                                        int minMatch) {
+    return findAllTools(toolLibrary_.tools(), markers, results, minMatch, recognitionSettings(),
+                        resultChain_);
+}
+
+int VyxPosFunc::Zelmor_FindSpecificToolInfo(T_MarkerInfo& markers,
+                                            const std::vector<std::string>& names,
+                                            T_VyxToolDataResult* results, int minMatch) {
+    return findNamedTools(toolLibrary_.tools(), markers, names, results, minMatch,
+                          recognitionSettings(), resultChain_);
+}
+
+// The results are keyed by tool name; every record is the engine's and stays
+// valid until the next recognition call on this engine.
+int VyxPosFunc::Zelmor_FindToolInfo_Map(T_MarkerInfo& markers, std::vector<std::string>& names,
+                                        std::map<std::string, T_VyxToolDataResult*>& results,
+                                        int minMatch) {
+    results.clear();
+    mapFirstResult_ = T_VyxToolDataResult{};
+    const int rc = findNamedTools(toolLibrary_.tools(), markers, names, &mapFirstResult_, minMatch,
+                                  recognitionSettings(), resultChain_);
+    for (T_VyxToolDataResult* r = &mapFirstResult_; r != nullptr; r = r->next)
+        if (r->ValidFlag != 0) results[r->ToolName] = r;
+    return rc;
+}
+
 int VyxPosFunc::Zelmor_SetReferenceTool(const char*) { return RV_FAILED; }
 int VyxPosFunc::Zelmor_GetToolInfoInRef(T_MarkerInfo&, std::vector<std::string>&,
                                         std::map<std::string, T_VyxToolDataResult*>&, int) {

@@ -12,6 +12,8 @@
 #include "device/TcpSocket.h"
 #include "device/WireProtocol.h"
 #include "engine/LinkState.h"
+#include "tools/ToolLibrary.h"
+#include "tracking/ToolRecognition.h"
 
 #include <array>
 #include <atomic>
@@ -203,6 +205,8 @@ private:
     // Sleeps, but wakes early when the engine is being destroyed. Returns
     // false when it was woken for that reason.
     bool sleepWhileRunning(std::chrono::microseconds duration);
+    // The recognition settings as they stand.
+    RecognitionSettings recognitionSettings() const;
     // Reads one frame on request (trigger first in trigger mode 1) into the
     // link's frame buffer; used by the mode switch.
     int ethernetTriggeredFrame();
@@ -264,6 +268,11 @@ private:
     // Recognition settings. The tool-find offset is set without the API lock,
     // hence atomic.
     std::atomic<float> toolFindOffset_{1.5f};
+    // The tool library, the records chained after a caller's first result,
+    // and the first record of a keyed (map) search.
+    ToolLibrary toolLibrary_;
+    ResultChain resultChain_;
+    T_VyxToolDataResult mapFirstResult_{};
     bool pointMatchOptimize_ = true;
     E_RTDirection rtDirection_ = RTDirection_ToolToTracker;
 

@@ -116,6 +116,8 @@ public:
     ToolList::iterator end() { return tools_.end(); }
     ToolList::const_iterator begin() const { return tools_.begin(); }
     ToolList::const_iterator end() const { return tools_.end(); }
+    // The list itself, for recognition, which records each tool's matches.
+    ToolList& tools() { return tools_; }
 
     // ---- Writing back ----------------------------------------------------
 

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <numeric>
+#include <utility>
 
 namespace {
 
@@ -102,8 +103,8 @@ private:
     float toolDistance(int a, int b) const {
         return toolTable_[static_cast<std::size_t>(a) * markerCount_ + b];
     }
-    bool agrees(float toolDistance, float observedDistance) const {
-        return std::fabs(observedDistance - toolDistance) < tolerance_;
+    bool agrees(float defined, float observed) const {
+        return std::fabs(observed - defined) < tolerance_;
     }
 
     // Whether at least `threshold` of the tool distances from marker a are
@@ -191,7 +192,8 @@ private:
                 int count = 0;
                 for (std::size_t q = 0; q < n; ++q) {
                     if (q == p) continue;
-                    const float d = toolDistance(pairs[p].ToolMarkerIndex, pairs[q].ToolMarkerIndex);
+                    const float d =
+                        toolDistance(pairs[p].ToolMarkerIndex, pairs[q].ToolMarkerIndex);
                     if (d != 0.0f && agrees(d, row[pairs[q].ObservedIndex])) ++count;
                 }
                 if (count < threshold) {
@@ -288,7 +290,8 @@ void fillDistanceErrors(const T_ToolPtMatchInfo& tool, const cv::Mat& observed,
             const cv::Point3f oq = rowPoint(observed, pairs[q].ObservedIndex);
             const float* tq = positions + 3 * pairs[q].ToolMarkerIndex;
             const double observedDistance = cv::norm(op - oq);
-            const double toolDistance = cv::norm(cv::Point3f(tp[0] - tq[0], tp[1] - tq[1], tp[2] - tq[2]));
+            const double toolDistance =
+                cv::norm(cv::Point3f(tp[0] - tq[0], tp[1] - tq[1], tp[2] - tq[2]));
             const double error = std::fabs(observedDistance - toolDistance);
             if (count == 0) firstError = error;
             sum += error;
@@ -467,8 +470,8 @@ float CalculateMatchError(const std::vector<cv::Point3f>& firstPts,
 
 bool FindSpecificToolInfo(T_ToolPtMatchInfo& tool, const cv::Mat& observed,
                           const FrameDistances& distances, const T_MarkerInfo& frame,
-                          T_VyxToolDataResult& result, std::vector<int>& remaining,
-                          int minMatch, float tolerance, const RecognitionSettings& settings) {
+                          T_VyxToolDataResult& result, std::vector<int>& remaining, int minMatch,
+                          float tolerance, const RecognitionSettings& settings) {
     result.ValidFlag = 0;
     if (!isPointMatrix(observed)) return false;
     FrameDistances ownDistances;
@@ -507,7 +510,8 @@ bool FindSpecificToolInfo(T_ToolPtMatchInfo& tool, const cv::Mat& observed,
 
     // Outlier rejection: drop the worst pair while it stands out from the
     // mean, keeping at least three pairs.
-    while (settings.pointMatchOptimize && firstPts.size() >= 4 && errors.size() == firstPts.size()) {
+    while (settings.pointMatchOptimize && firstPts.size() >= 4 &&
+           errors.size() == firstPts.size()) {
         const auto worst = std::max_element(
             errors.begin(), errors.end(),
             [](const T_MarkError& x, const T_MarkError& y) { return x.error < y.error; });
@@ -546,10 +550,9 @@ T_VyxToolDataResult& ResultChain::append() {
     return records_.back();
 }
 
-int findNamedTools(std::list<std::unique_ptr<T_ToolPtMatchInfo>>& tools,
-                   const T_MarkerInfo& frame, const std::vector<std::string>& names,
-                   T_VyxToolDataResult* first, int minMatch, const RecognitionSettings& settings,
-                   ResultChain& chain) {
+int findNamedTools(std::list<std::unique_ptr<T_ToolPtMatchInfo>>& tools, const T_MarkerInfo& frame,
+                   const std::vector<std::string>& names, T_VyxToolDataResult* first, int minMatch,
+                   const RecognitionSettings& settings, ResultChain& chain) {
     const std::uint32_t markerCount = frame.MarkerNumber;
     if (first == nullptr || markerCount < kMinObservedPoints || markerCount > VYX_MAX_MARKERS ||
         tools.empty()) {

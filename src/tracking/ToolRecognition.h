@@ -136,8 +136,8 @@ bool FindSpecificToolInfo(T_ToolPtMatchInfo& tool, const cv::Mat& observed,
 // rebuilt when its size does not match).
 bool FindSpecificToolInfo(T_ToolPtMatchInfo& tool, const cv::Mat& observed,
                           const FrameDistances& distances, const T_MarkerInfo& frame,
-                          T_VyxToolDataResult& result, std::vector<int>& remaining,
-                          int minMatch, float tolerance, const RecognitionSettings& settings);
+                          T_VyxToolDataResult& result, std::vector<int>& remaining, int minMatch,
+                          float tolerance, const RecognitionSettings& settings);
 
 // Appends value to list unless the list already holds it.
 void JoinDifferent(int value, std::vector<int>& list);
@@ -169,10 +169,9 @@ private:
 // chained one becomes current, unless fewer than 3 markers remain, which ends
 // the search; a tool not found leaves the current record to the next tool.
 // Always returns 0.
-int findNamedTools(std::list<std::unique_ptr<T_ToolPtMatchInfo>>& tools,
-                   const T_MarkerInfo& frame, const std::vector<std::string>& names,
-                   T_VyxToolDataResult* first, int minMatch, const RecognitionSettings& settings,
-                   ResultChain& chain);
+int findNamedTools(std::list<std::unique_ptr<T_ToolPtMatchInfo>>& tools, const T_MarkerInfo& frame,
+                   const std::vector<std::string>& names, T_VyxToolDataResult* first, int minMatch,
+                   const RecognitionSettings& settings, ResultChain& chain);
 
 // findNamedTools over the names of every library tool in list order; -1 when
 // the library is empty, else 0.

@@ -183,3 +183,24 @@ TEST_F(MatchPoints, RejectsBadIndicesOrInputsAndLeavesOutputsAlone) {
     EXPECT_FALSE(build(false, 0));
     EXPECT_TRUE(first == untouched && second == untouched);
 }
+
+TEST_F(MatchPoints, ToolRecordIsReadLikeItsViewAndRefusedWhenItsPositionsAreShort) {
+    T_ToolPtMatchInfo record;
+    record.markerCount = 4;
+    record.markerPositions = file;
+    record.markerPositionsCopy = working;
+    record.pairs = pairs;
+    Points recordFirst, recordSecond;
+    for (bool useWorkingCopy : {false, true}) {
+        ASSERT_TRUE(build(useWorkingCopy, 0));
+        ASSERT_TRUE(GetMatchPtPoints3fAndMat(useWorkingCopy, record, observed, recordFirst,
+                                             recordSecond, RTDirection_ToolToTracker));
+        EXPECT_EQ(recordFirst, first);
+        EXPECT_EQ(recordSecond, second);
+    }
+    record.markerPositionsCopy.resize(11);
+    EXPECT_FALSE(GetMatchPtPoints3fAndMat(true, record, observed, recordFirst, recordSecond,
+                                          RTDirection_ToolToTracker));
+    EXPECT_TRUE(GetMatchPtPoints3fAndMat(false, record, observed, recordFirst, recordSecond,
+                                         RTDirection_ToolToTracker));
+}

@@ -25,12 +25,14 @@ std::unique_ptr<T_ToolPtMatchInfo> makeTool(const std::string& name,
     tool->toolName = name;
     tool->toolKind = kind;
     tool->markerCount = n;
-    for (const cv::Vec3f& m : markers) tool->markerPositions.insert(tool->markerPositions.end(), m.val, m.val + 3);
+    for (const cv::Vec3f& m : markers)
+        tool->markerPositions.insert(tool->markerPositions.end(), m.val, m.val + 3);
     tool->markerPositionsCopy = tool->markerPositions;
     tool->markerMasks.assign(n, (1 << n) - 1);
     tool->distanceTable = cv::Mat::zeros(n, n, CV_32F);
     for (int i = 0; i < n; ++i) {
-        for (int j = 0; j < n; ++j) tool->distanceTable.at<float>(i, j) = float(cv::norm(markers[i] - markers[j]));
+        for (int j = 0; j < n; ++j)
+            tool->distanceTable.at<float>(i, j) = float(cv::norm(markers[i] - markers[j]));
     }
     tool->tipPairCount = 1;
     tool->tipPoints = {kTip[0], kTip[1], kTip[2], kTipAxis[0], kTipAxis[1], kTipAxis[2]};
@@ -56,7 +58,8 @@ Pose randomPose(std::mt19937& rng) {
     std::normal_distribution<double> gauss;
     std::uniform_real_distribution<double> angle(0.1, 3.0), offset(-150, 150);
     cv::Vec3d axis(gauss(rng), gauss(rng), gauss(rng));
-    return makePose(axis / cv::norm(axis) * angle(rng), {offset(rng), offset(rng), -1200 + offset(rng)});
+    return makePose(axis / cv::norm(axis) * angle(rng),
+                    {offset(rng), offset(rng), -1200 + offset(rng)});
 }
 
 // Markers of one frame; build() shuffles them into a T_MarkerInfo.
@@ -64,8 +67,8 @@ struct Scene {
     std::vector<cv::Vec3d> points;
     // Places a tool's markers (all but `hidden`), with Gaussian noise; returns
     // the points' indices in the scene, -1 for the hidden one.
-    std::vector<int> place(const std::vector<cv::Vec3f>& markers, const Pose& pose, std::mt19937& rng,
-                           double noiseMm = 0, int hidden = -1) {
+    std::vector<int> place(const std::vector<cv::Vec3f>& markers, const Pose& pose,
+                           std::mt19937& rng, double noiseMm = 0, int hidden = -1) {
         std::normal_distribution<double> noise(0, noiseMm > 0 ? noiseMm : 1);
         std::vector<int> indices;
         for (int k = 0; k < int(markers.size()); ++k) {
@@ -122,7 +125,7 @@ cv::Mat observedOf(const T_MarkerInfo& frame) {
     return m;
 }
 
-// One named-tool search over a fresh record; the chain lives in the fixture.
+// A tool library with its settings and chain storage, and the caller's first record.
 struct Search {
     ToolList tools;
     ResultChain chain;
@@ -166,7 +169,8 @@ TEST(ToolRecognition, RecoversPoseTipsAndMarkerIndicesOfToolsAmongStrayMarkers) 
             EXPECT_LT(distance(r.OriginCoordinate, poses[t]->T), 0.01);
             EXPECT_LT(distance(r.TipCoordinate, poses[t]->apply(kTip)), 0.01);
             EXPECT_LT(distance(r.TipAxisCoordinate, poses[t]->apply(kTipAxis)), 0.01);
-            EXPECT_EQ(cv::Vec3f(r.ToolTipsLocal[3], r.ToolTipsLocal[4], r.ToolTipsLocal[5]), kTipAxis);
+            EXPECT_EQ(cv::Vec3f(r.ToolTipsLocal[3], r.ToolTipsLocal[4], r.ToolTipsLocal[5]),
+                      kTipAxis);
             EXPECT_LT(distance(r.RotationVector, poses[t]->rotationVector), 1e-4);
             const double half = cv::norm(poses[t]->rotationVector) / 2;
             const cv::Vec3d axis = poses[t]->rotationVector / (2 * half);
@@ -238,7 +242,8 @@ TEST(ToolRecognition, HiddenMarkerIsFoundAloneButNotAmongOtherMarkers) {
         int strays, minMatch;
         bool found;
     };
-    const Case cases[] = {{0, 0, true}, {0, 3, true}, {12, 0, false}, {12, 3, false}, {12, 2, true}};
+    const Case cases[] = {
+        {0, 0, true}, {0, 3, true}, {12, 0, false}, {12, 3, false}, {12, 2, true}};
     for (const Case& c : cases) {
         Search search;
         search.tools.push_back(makeTool("probe", kProbe));
@@ -253,7 +258,8 @@ TEST(ToolRecognition, HiddenMarkerIsFoundAloneButNotAmongOtherMarkers) {
         if (!c.found) continue;
         EXPECT_LT(distance(r.TipCoordinate, pose.apply(kTip)), 0.01);
         ASSERT_EQ(r.MatchedMarkerCount, 4);
-        for (int m = 0; m < 4; ++m) EXPECT_EQ(r.MatchedMarkerIndex[m], m == 2 ? -1 : order[placed[m]]);
+        for (int m = 0; m < 4; ++m)
+            EXPECT_EQ(r.MatchedMarkerIndex[m], m == 2 ? -1 : order[placed[m]]);
     }
 }
 
@@ -282,7 +288,8 @@ TEST(ToolSearch, GivesEachMarkerToTheFirstNamedToolAndSkipsUnknownNames) {
     EXPECT_EQ(search.first.next->next->ValidFlag, 0);
 
     // All library tools in list order: the probe takes the markers from its twin.
-    ASSERT_EQ(findAllTools(search.tools, frame, &search.first, 0, search.settings, search.chain), 0);
+    ASSERT_EQ(findAllTools(search.tools, frame, &search.first, 0, search.settings, search.chain),
+              0);
     EXPECT_STREQ(search.first.ToolName, "probe");
     EXPECT_STREQ(search.first.next->ToolName, "calibrator");
     EXPECT_EQ(search.first.next->next->ValidFlag, 0);
@@ -313,13 +320,16 @@ TEST(ToolSearch, FramesOutsideThreeTo200MarkersAndAnEmptyLibraryLeaveTheResultAl
     }
     frame.MarkerNumber = 4;
     ToolList empty;
-    EXPECT_EQ(findNamedTools(empty, frame, {"probe"}, &search.first, 0, search.settings, search.chain), 0);
+    EXPECT_EQ(
+        findNamedTools(empty, frame, {"probe"}, &search.first, 0, search.settings, search.chain),
+        0);
     EXPECT_EQ(findAllTools(empty, frame, &search.first, 0, search.settings, search.chain), -1);
     EXPECT_EQ(search.first.ValidFlag, 7);
 }
 
 TEST(ToolSearch, OutlierRejectionDropsADisplacedMarkerOnlyWhenEnabled) {
-    const std::vector<cv::Vec3f> shape{{0, 0, 0}, {60, 0, 0}, {0, 90, 0}, {40, 50, 30}, {-30, 40, 70}};
+    const std::vector<cv::Vec3f> shape{
+        {0, 0, 0}, {60, 0, 0}, {0, 90, 0}, {40, 50, 30}, {-30, 40, 70}};
     std::mt19937 rng(27);
     const Pose pose = randomPose(rng);
     Scene scene;
@@ -339,8 +349,9 @@ TEST(ToolSearch, OutlierRejectionDropsADisplacedMarkerOnlyWhenEnabled) {
         meanError[optimize] = r.MeanError;
         EXPECT_EQ(r.MatchedMarkerIndex[3], order[3]);  // matched either way
         const std::vector<T_MatchMarkIdx>& pairs = search.tools.front()->pairs;
-        const bool used = std::any_of(pairs.begin(), pairs.end(),
-                                      [](const T_MatchMarkIdx& p) { return p.ToolMarkerIndex == 3; });
+        const bool used = std::any_of(pairs.begin(), pairs.end(), [](const T_MatchMarkIdx& p) {
+            return p.ToolMarkerIndex == 3;
+        });
         EXPECT_EQ(used, !optimize);
         if (!optimize) {
             EXPECT_EQ(pairs.size(), 5u);
@@ -350,11 +361,31 @@ TEST(ToolSearch, OutlierRejectionDropsADisplacedMarkerOnlyWhenEnabled) {
         }
         // The spread is |e1 - mean|, e1 the error of the first two fitted markers.
         const int a = pairs[0].ToolMarkerIndex, b = pairs[1].ToolMarkerIndex;
-        const double e1 = std::fabs(cv::norm(scene.points[a] - scene.points[b]) - cv::norm(shape[a] - shape[b]));
+        const double e1 =
+            std::fabs(cv::norm(scene.points[a] - scene.points[b]) - cv::norm(shape[a] - shape[b]));
         EXPECT_NEAR(r.ErrorSpread, std::fabs(e1 - r.MeanError), 1e-3);
     }
     EXPECT_GT(meanError[false], 0.1);
     EXPECT_LT(meanError[true], 0.01);
+}
+
+TEST(ToolSearch, AToolFittedWorseThanThreeMillimetresIsNotValidAndLeavesItsMarkers) {
+    std::mt19937 rng(30);
+    std::vector<cv::Vec3f> enlarged;
+    for (const cv::Vec3f& m : kProbe) enlarged.push_back(m * 1.1f);
+    Search search;
+    search.tools.push_back(makeTool("enlarged", enlarged));
+    search.tools.push_back(makeTool("probe", kProbe));
+    // A 10 mm tolerance lets the enlarged shape match the probe's markers,
+    // but its fit is off by several millimetres.
+    search.settings.toolFindOffset = 10;
+    Scene scene;
+    scene.place(kProbe, randomPose(rng), rng);
+    std::vector<int> order;
+    search.run(scene.build(rng, order), {"enlarged", "probe"});
+    EXPECT_EQ(search.tools.front()->pairs.size(), 4u);
+    EXPECT_STREQ(search.first.ToolName, "probe");
+    EXPECT_EQ(search.first.ValidFlag, 1);
 }
 
 TEST(CalculateMatchError, ResidualIsTheObservedPointInToolCoordinatesMinusTheMarker) {
@@ -372,8 +403,9 @@ TEST(CalculateMatchError, ResidualIsTheObservedPointInToolCoordinatesMinusTheMar
     std::vector<T_MarkError> errors;
     for (E_RTDirection direction : {RTDirection_ToolToTracker, RTDirection_TrackerToTool}) {
         const bool forward = direction == RTDirection_ToolToTracker;
-        const float mean = CalculateMatchError(forward ? tool : seen, forward ? seen : tool,
-                                               forward ? R : Rinv, forward ? T : Tinv, direction, errors);
+        const float mean =
+            CalculateMatchError(forward ? tool : seen, forward ? seen : tool, forward ? R : Rinv,
+                                forward ? T : Tinv, direction, errors);
         ASSERT_EQ(errors.size(), 4u);
         EXPECT_NEAR(mean, cv::norm(shift) / 4, 1e-4);
         EXPECT_LT(cv::norm(cv::Vec3d(errors[1].dx, errors[1].dy, errors[1].dz) - expected), 1e-4);
@@ -381,7 +413,8 @@ TEST(CalculateMatchError, ResidualIsTheObservedPointInToolCoordinatesMinusTheMar
         EXPECT_LT(errors[0].error + errors[2].error + errors[3].error, 1e-3);
     }
     EXPECT_TRUE(std::isnan(CalculateMatchError(tool, {}, R, T, RTDirection_ToolToTracker, errors)));
-    EXPECT_TRUE(std::isnan(CalculateMatchError(tool, seen, R.row(0), T, RTDirection_ToolToTracker, errors)));
+    EXPECT_TRUE(std::isnan(
+        CalculateMatchError(tool, seen, R.row(0), T, RTDirection_ToolToTracker, errors)));
     EXPECT_TRUE(errors.empty());
 }
 
@@ -399,8 +432,10 @@ TEST(ToolMatching, RefusesMalformedInputAndSanitisesTheRemainingRows) {
     cv::Mat wrongType;
     observed.convertTo(wrongType, CV_64F);
     EXPECT_FALSE(FindToolMatchPtIndexList(*tool, wrongType, remaining, 0, 0, false, 1.5f));
-    EXPECT_FALSE(FindToolMatchPtIndexList(*tool, observed.colRange(0, 2), remaining, 0, 0, false, 1.5f));
-    EXPECT_FALSE(FindToolMatchPtIndexList(*tool, observed, remaining, 5, 0, false, 1.5f));  // minMatch > K
+    EXPECT_FALSE(
+        FindToolMatchPtIndexList(*tool, observed.colRange(0, 2), remaining, 0, 0, false, 1.5f));
+    EXPECT_FALSE(
+        FindToolMatchPtIndexList(*tool, observed, remaining, 5, 0, false, 1.5f));  // minMatch > K
 
     auto badTable = makeTool("probe", kProbe);
     badTable->distanceTable = badTable->distanceTable(cv::Rect(0, 0, 3, 3)).clone();
@@ -414,10 +449,12 @@ TEST(ToolMatching, RefusesMalformedInputAndSanitisesTheRemainingRows) {
     }
     ASSERT_TRUE(FindToolMatchPtIndexList(*tool, observed, remaining, 0, 0, true, 1.5f));
     EXPECT_EQ(remaining.size(), 5u);
-    EXPECT_TRUE(std::all_of(remaining.begin(), remaining.end(), [&](int i) { return i >= 0 && i < 9; }));
+    EXPECT_TRUE(
+        std::all_of(remaining.begin(), remaining.end(), [&](int i) { return i >= 0 && i < 9; }));
     // Without one of the probe's rows there is no four-marker match.
     remaining = {0, 1, 2, 3, 4, 5, 6, 7, 8};
-    remaining.erase(std::remove(remaining.begin(), remaining.end(), order[placed[3]]), remaining.end());
+    remaining.erase(std::remove(remaining.begin(), remaining.end(), order[placed[3]]),
+                    remaining.end());
     EXPECT_FALSE(FindToolMatchPtIndexList(*tool, observed, remaining, 0, 0, true, 1.5f));
     EXPECT_EQ(remaining.size(), 8u);
 
@@ -427,7 +464,8 @@ TEST(ToolMatching, RefusesMalformedInputAndSanitisesTheRemainingRows) {
     T_VyxToolDataResult result{};
     remaining.resize(observed.rows);
     std::iota(remaining.begin(), remaining.end(), 0);
-    EXPECT_FALSE(FindSpecificToolInfo(*tool, observed, frame, result, remaining, 0, 0, RecognitionSettings{}));
+    EXPECT_FALSE(FindSpecificToolInfo(*tool, observed, frame, result, remaining, 0, 0,
+                                      RecognitionSettings{}));
     EXPECT_EQ(remaining.size(), 9u);
 
     // Non-finite coordinates agree with nothing.
@@ -453,7 +491,8 @@ TEST(FrameDistances, RowBinsNeverRuleOutADistanceThatIsThere) {
             const float d = float(cv::norm(points.row(i) - points.row(j)));
             ASSERT_NEAR(distances.distance(i, j), d, 1e-3f * (1 + d));
             for (float tolerance : {0.3f, 1.5f, 3.0f}) {
-                ASSERT_TRUE(distances.mayHold(i, distances.distance(i, j) + offset(rng) * tolerance, tolerance))
+                ASSERT_TRUE(distances.mayHold(i, distances.distance(i, j) + offset(rng) * tolerance,
+                                              tolerance))
                     << i << "," << j << " at " << d;
             }
         }
