@@ -11,7 +11,8 @@
 //   marker X Y Z [left|right]     a still marker; "left" or "right": seen by
 //                                 that camera only
 //   body NAME                     starts a rigid body (NAME: one word); the
-//                                 point and motion lines after it belong to it
+//                                 point, motion, tip and tipaxis lines after
+//                                 it belong to it
 //   point X Y Z [left|right]      a point of the current body, where it is at
 //                                 time 0
 //   motion still                  the current body's motion (default still)

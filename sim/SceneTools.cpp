@@ -136,11 +136,11 @@ Scene trackingDemoScene() {
     pointer.tipAxis = {0.0, 50.0, 0.0};
     scene.bodies.push_back(std::move(pointer));
 
-    // Centroid: the anchor plus (14.8, -4.4, 0).
+    // Centroid: the anchor plus (14.6, -3.4, 0).
     RigidBody handpiece =
         demoBody("handpiece", {10.0, 100.0, 1800.0},
-                 {{-36, -57, 0}, {72, 58, 0}, {24, -57, 0}, {85, -7, 0}, {-71, 41, 0}});
-    handpiece.motion = Motion::rotate({1.0, 2.0, 2.0}, {24.8, 95.6, 1800.0}, 0.5);
+                 {{-32, -52, 0}, {73, 59, 0}, {25, -61, 0}, {81, -6, 0}, {-74, 43, 0}});
+    handpiece.motion = Motion::rotate({1.0, 2.0, 2.0}, {24.6, 96.6, 1800.0}, 0.5);
     scene.bodies.push_back(std::move(handpiece));
 
     scene.strayCentresPerCamera = 2;

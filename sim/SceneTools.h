@@ -46,8 +46,10 @@ bool writeToolFiles(const Scene& scene, const std::string& directory);
 
 // Three tools of passive-marker kind, 1.2 to 2 m ahead, each told apart from
 // the others by its inter-marker distances (within a tool every distance
-// differs from every other by more than 3 mm, and no distance of one tool
-// comes within 4.5 mm of one of another):
+// differs from every other by more than 4 mm, and no distance of one tool
+// comes within 4.5 mm of one of another). At frame 0 no two markers are
+// within 5 px of the same image row, so a marker hidden from one camera
+// there cannot take another marker's partner in the other image.
 //   reference  4 markers, still;
 //   pointer    4 markers, sliding back and forth (oscillate, 4 s period),
 //              tip in its marker plane;
