@@ -167,3 +167,5 @@ BENCHMARK(BM_RecognitionToolsAbsent)
     ->Args({10, 60})
     ->Args({20, 200})
     ->Unit(benchmark::kMicrosecond);
+
+BENCHMARK_MAIN();
