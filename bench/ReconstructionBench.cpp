@@ -2,6 +2,7 @@
 // marker centres, next to OpenCV's undistortion and triangulation of the same,
 // already known, pairs.
 #include "camera/MarkerReconstruction.h"
+#include "support/StereoRig.h"
 #include "camera/PairMatching.h"
 #include "camera/StereoCompensation.h"
 #include "camera/StereoProjection.h"
@@ -20,22 +21,7 @@ namespace {
 // rounded to 32-bit floats, which moves them by up to 3e-5 px.
 constexpr double kToleranceMm = 1e-3;
 
-// A 1280x720 rig: 500 mm baseline, the right camera turned 0.1 rad inwards
-// about Y, mild distortion on both lenses.
-StereoWorkingModel makeRig() {
-    StereoWorkingModel rig;
-    rig.left.cameraMatrix = (cv::Mat_<double>(3, 3) << 1400, 0, 640, 0, 1402, 360, 0, 0, 1);
-    rig.left.distCoeffs = (cv::Mat_<double>(5, 1) << -0.05, 0.02, 4e-4, -3e-4, 0.001);
-    rig.left.R = cv::Mat::eye(3, 3, CV_64F);
-    rig.left.T = cv::Mat::zeros(3, 1, CV_64F);
-    rig.right.cameraMatrix = (cv::Mat_<double>(3, 3) << 1398, 0, 632, 0, 1399, 365, 0, 0, 1);
-    rig.right.distCoeffs = (cv::Mat_<double>(5, 1) << -0.04, 0.015, -2e-4, 5e-4, 0.0);
-    const double c = std::cos(-0.1), s = std::sin(-0.1);
-    rig.right.R = (cv::Mat_<double>(3, 3) << c, 0, s, 0, 1, 0, -s, 0, c);
-    rig.right.T = (cv::Mat_<double>(3, 1) << 500, 0, 0);
-    CalculateMlrRT_SEF(rig);
-    return rig;
-}
+StereoWorkingModel makeRig() { return vyx::test::makeStereoRig(); }
 
 // One frame: scene points in view of both cameras, at least 20 mm apart, and
 // their 32-bit centres, centre i of each camera showing point i.

@@ -214,9 +214,15 @@ VYX_API int Vyx_SetToolFindRTDirection(VyxHandle handle, E_RTDirection direction
 VYX_API int Vyx_GetToolFindRTDirection(VyxHandle handle, E_RTDirection* direction);
 
 /*
- * Recognises every library tool in the frame. results[0] is reset to nothing
- * found; further found tools are chained through next (engine-owned records).
- * minMatch: least matched markers per tool; 1 and 2 are refused with -1.
+ * Recognises every library tool in the frame, in library order; each marker
+ * serves at most one tool. Layout of the results: *results (the caller's
+ * record) is reset to nothing found, then holds the first tool found; each
+ * further record is reached through `next` and belongs to the engine. Look at
+ * ValidFlag: the chain may end in a record that found nothing. The engine's
+ * records stay valid until the next recognition call on this handle (copy
+ * what you keep) or until the handle is closed; the caller frees nothing.
+ * minMatch: least matched markers per tool (0 leaves it to the matching
+ * rule); 1 and 2 are refused with -1. Returns 0, -1 for an empty library.
  */
 VYX_API int Vyx_FindToolInfo(VyxHandle handle, T_MarkerInfo* markers, T_VyxToolDataResult* results,
                              int minMatch);

@@ -2,422 +2,241 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <initializer_list>
 #include <limits>
 #include <vector>
 
 namespace {
 
-// One camera's values as the device stores them, matrices row-major.
-struct CameraData {
-    std::array<double, 9> cameraMatrix;
-    std::array<double, 5> distCoeffs;
-    std::array<double, 9> R;
-    std::array<double, 3> T;
-};
+// One camera's 26 values in device order: camera matrix (3 x 3), distortion
+// (5 x 1), R (3 x 3), T (3 x 1), matrices row-major.
+using Camera = std::array<double, 26>;
+constexpr int kRows[] = {3, 5, 3, 3}, kCols[] = {3, 1, 3, 1};
 
-// Two calibrations of one stereo rig. All values and their differences are
-// exact binary fractions, so that comparisons can be exact.
-const CameraData kSet1Left{{1600, 0, 640.5, 0, 1601, 360.25, 0, 0, 1},
-                           {-0.125, 0.0625, 0.001, -0.002, 0.03125},
-                           {1, 0, 0, 0, 1, 0, 0, 0, 1},
-                           {0, 0, 0}};
-const CameraData kSet1Right{{1610, 0, 630.5, 0, 1611, 350.75, 0, 0, 1},
-                            {-0.25, 0.125, 0.0005, 0.0015, -0.0625},
-                            {0.8, 0, -0.6, 0, 1, 0, 0.6, 0, 0.8},
-                            {-250, 1.5, 3.25}};
-const CameraData kSet2Left{{1602, 0, 641, 0, 1603, 360.75, 0, 0, 1},
-                           {-0.1875, 0.0625, 0.001, -0.002, 0.03125},
-                           {1, 0, 0, 0, 1, 0, 0, 0, 1},
-                           {0.5, -0.25, 0}};
-const CameraData kSet2Right{{1612.5, 0, 630, 0, 1611, 351.75, 0, 0, 1},
-                            {-0.25, 0.125, 0.0005, 0.0015, -0.0625},
-                            {0.8, 0, -0.6, 0, 1, 0, 0.6, 0, 0.8},
-                            {-251, 1.5, 3.75}};
-// Set 2 minus set 1, worked out by hand.
-const CameraData kDifferenceLeft{{2, 0, 0.5, 0, 2, 0.5, 0, 0, 0},
-                                 {-0.0625, 0, 0, 0, 0},
-                                 {0, 0, 0, 0, 0, 0, 0, 0, 0},
-                                 {0.5, -0.25, 0}};
-const CameraData kDifferenceRight{{2.5, 0, -0.5, 0, 0, 1, 0, 0, 0},
-                                  {0, 0, 0, 0, 0},
-                                  {0, 0, 0, 0, 0, 0, 0, 0, 0},
-                                  {-1, 0, 0.5}};
-const CameraData kZero{{}, {}, {}, {}};
+// first, first + step, first + 2 step, ...: every value distinct, so that a
+// value read from the wrong place shows, and exact in binary.
+Camera numbered(double first, double step) {
+    Camera c;
+    for (std::size_t i = 0; i < c.size(); ++i) c[i] = first + step * static_cast<double>(i);
+    return c;
+}
+const Camera kSet1Left = numbered(1, 1), kSet1Right = numbered(101, 1);
+const Camera kSet2Left = numbered(1001, 2), kSet2Right = numbered(2001, 3);
+// Set 2 minus set 1: 1000 + i and 1900 + 2 i.
+const Camera kDiffLeft = numbered(1000, 1), kDiffRight = numbered(1900, 2);
+const Camera kZero = numbered(0, 0);
 
-// Little-endian writers, independent of the parser's readers.
-void putDouble(std::vector<char>& buffer, std::size_t offset, double value) {
-    std::uint64_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    for (std::size_t i = 0; i < 8; ++i)
-        buffer.at(offset + i) = static_cast<char>((bits >> (8 * i)) & 0xFFu);
+// A value at a byte offset, little-endian like the device (the test host's
+// own byte order), written independently of the parser's readers.
+template <typename T>
+void put(std::vector<char>& b, std::size_t offset, T value) {
+    b.at(offset + sizeof value - 1);  // throws rather than write past the buffer
+    std::memcpy(b.data() + offset, &value, sizeof value);
 }
 
-template <std::size_t N>
-void putDoubles(std::vector<char>& buffer, std::size_t offset, const std::array<double, N>& values) {
-    for (std::size_t i = 0; i < N; ++i) putDouble(buffer, offset + 8 * i, values[i]);
+// A stereo calibration in the block layout from base: left and right camera
+// matrices at 0 and 72, distortion at 144 and 184, R at 224 and 296, T at
+// 368 and 392.
+void putCalibration(std::vector<char>& b, std::size_t base, const Camera& left,
+                    const Camera& right) {
+    const std::size_t leftAt[] = {0, 144, 224, 368}, rightAt[] = {72, 184, 296, 392};
+    std::size_t value = 0;
+    for (std::size_t m = 0; m < 4; ++m)
+        for (std::size_t i = 0; i < static_cast<std::size_t>(kRows[m] * kCols[m]); ++i, ++value) {
+            put(b, base + leftAt[m] + 8 * i, left[value]);
+            put(b, base + rightAt[m] + 8 * i, right[value]);
+        }
+}
+void putBlockTwoFactors(std::vector<char>& b, double t1, double t2, double z1, double z2) {
+    const double values[] = {t1, t2, z1, z2};
+    for (std::size_t i = 0; i < 4; ++i) put(b, 928 + 8 * i, values[i]);
+}
+// Table entry i of the long form: temperature, calibration, depth factor.
+void putEntry(std::vector<char>& b, std::size_t i, double temperature, const Camera& left,
+              const Camera& right, double depthFactor) {
+    put(b, 1028 + 432 * i, temperature);
+    putCalibration(b, 1028 + 432 * i + 8, left, right);
+    put(b, 1028 + 432 * i + 424, depthFactor);
 }
 
-void putInt32(std::vector<char>& buffer, std::size_t offset, std::int32_t value) {
-    const auto bits = static_cast<std::uint32_t>(value);
-    for (std::size_t i = 0; i < 4; ++i)
-        buffer.at(offset + i) = static_cast<char>((bits >> (8 * i)) & 0xFFu);
-}
-
-// A stereo calibration in the 512-byte block layout, from base.
-void putCalibration(std::vector<char>& buffer, std::size_t base, const CameraData& left,
-                    const CameraData& right) {
-    putDoubles(buffer, base + 0, left.cameraMatrix);
-    putDoubles(buffer, base + 72, right.cameraMatrix);
-    putDoubles(buffer, base + 144, left.distCoeffs);
-    putDoubles(buffer, base + 184, right.distCoeffs);
-    putDoubles(buffer, base + 224, left.R);
-    putDoubles(buffer, base + 296, right.R);
-    putDoubles(buffer, base + 368, left.T);
-    putDoubles(buffer, base + 392, right.T);
-}
-
-void putBlockTwoFactors(std::vector<char>& buffer, double temperature1, double temperature2,
-                        double zFactor1, double zFactor2) {
-    putDouble(buffer, 928, temperature1);
-    putDouble(buffer, 936, temperature2);
-    putDouble(buffer, 944, zFactor1);
-    putDouble(buffer, 952, zFactor2);
-}
-
-// Both calibration blocks: set 1 in block 1, set 2 in block 2, and block 2's
-// temperatures 18.5 / 41.75 with depth factors 31/32 and 33/32.
+// Set 1 in block 1, set 2 in block 2, and block 2's temperatures 18.5 and
+// 41.75 with depth factors 31/32 and 33/32.
 std::vector<char> twoBlockConfig(std::size_t size = 1024) {
-    std::vector<char> buffer(size, 0);
-    putCalibration(buffer, 0, kSet1Left, kSet1Right);
-    putCalibration(buffer, 512, kSet2Left, kSet2Right);
-    putBlockTwoFactors(buffer, 18.5, 41.75, 0.96875, 1.03125);
-    return buffer;
+    std::vector<char> b(size, 0);
+    putCalibration(b, 0, kSet1Left, kSet1Right);
+    putCalibration(b, 512, kSet2Left, kSet2Right);
+    putBlockTwoFactors(b, 18.5, 41.75, 0.96875, 1.03125);
+    return b;
 }
 
-// Table entry i of the long form.
-void putEntry(std::vector<char>& buffer, std::size_t i, double temperature, const CameraData& left,
-              const CameraData& right, double depthFactor) {
-    const std::size_t base = 1028 + 432 * i;
-    putDouble(buffer, base, temperature);
-    putCalibration(buffer, base + 8, left, right);
-    putDouble(buffer, base + 424, depthFactor);
+void expectRecord(const SYSPARA& record, const Camera& expected) {
+    const cv::Mat* matrices[] = {&record.cameraMatrix, &record.distCoeffs, &record.R, &record.T};
+    std::size_t value = 0;
+    for (std::size_t m = 0; m < 4; ++m) {
+        SCOPED_TRACE(m);
+        ASSERT_EQ(matrices[m]->type(), CV_64F);
+        ASSERT_EQ(matrices[m]->rows, kRows[m]);
+        ASSERT_EQ(matrices[m]->cols, kCols[m]);
+        for (int r = 0; r < kRows[m]; ++r)
+            for (int c = 0; c < kCols[m]; ++c)
+                EXPECT_EQ(matrices[m]->at<double>(r, c), expected[value++]) << r << ", " << c;
+    }
 }
 
-template <std::size_t N>
-void expectMatrix(const cv::Mat& m, int rows, int cols, const std::array<double, N>& expected,
-                  const char* what) {
-    SCOPED_TRACE(what);
-    ASSERT_EQ(m.type(), CV_64F);
-    ASSERT_EQ(m.rows, rows);
-    ASSERT_EQ(m.cols, cols);
-    for (int r = 0; r < rows; ++r)
-        for (int c = 0; c < cols; ++c)
-            EXPECT_EQ(m.at<double>(r, c), expected[static_cast<std::size_t>(r * cols + c)])
-                << "at (" << r << ", " << c << ")";
+std::array<double, 5> factorsOf(const CameraParameterBlock& b) {
+    return {b.calibTemperature1, b.calibTemperature2, b.zFactor1, b.zFactor2, b.zFactorDelta};
 }
 
-void expectRecord(const SYSPARA& record, const CameraData& expected) {
-    expectMatrix(record.cameraMatrix, 3, 3, expected.cameraMatrix, "cameraMatrix");
-    expectMatrix(record.distCoeffs, 5, 1, expected.distCoeffs, "distCoeffs");
-    expectMatrix(record.R, 3, 3, expected.R, "R");
-    expectMatrix(record.T, 3, 1, expected.T, "T");
+TEST(CameraCalibrationSets, ModeDecidesTheBlocksTheDifferenceAndTheBlockTwoFactors) {
+    std::vector<char> config = twoBlockConfig();
+    // Mode 512 (the default) takes both sets from block 1 and ignores block 2.
+    CameraParameterBlock single;
+    single.setCamParam(config.data());
+    CameraParameterBlock both;
+    both.configDataMode = 1024;
+    both.setCamParam(config.data());
+
+    // Set 2 and the differences, then temperatures 1 and 2, depth factors 1
+    // and 2 and their difference.
+    const struct {
+        const CameraParameterBlock& block;
+        const Camera &set2Left, &set2Right, &diffLeft, &diffRight;
+        std::array<double, 5> factors;
+    } cases[] = {{single, kSet1Left, kSet1Right, kZero, kZero, {20, 40, 1, 1, 0}},
+                 {both, kSet2Left, kSet2Right, kDiffLeft, kDiffRight,
+                  {18.5, 41.75, 0.96875, 1.03125, 0.0625}}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.block.configDataMode);
+        expectRecord(c.block.set1Left, kSet1Left);
+        expectRecord(c.block.set1Right, kSet1Right);
+        expectRecord(c.block.set2Left, c.set2Left);
+        expectRecord(c.block.set2Right, c.set2Right);
+        expectRecord(c.block.differenceLeft, c.diffLeft);
+        expectRecord(c.block.differenceRight, c.diffRight);
+        EXPECT_EQ(factorsOf(c.block), c.factors);
+    }
+
+    // The records own their data: the input overwritten with other values and
+    // offered in modes that do not exist changes nothing.
+    putCalibration(config, 0, kSet2Right, kSet2Left);
+    putCalibration(config, 512, kSet1Right, kSet1Left);
+    putBlockTwoFactors(config, 1.0, 2.0, 1.0, 1.0);
+    for (std::uint32_t mode : {0u, 768u, 7680u}) {
+        both.configDataMode = mode;
+        both.setCamParam(config.data());
+    }
+    expectRecord(both.set1Left, kSet1Left);
+    expectRecord(both.set2Right, kSet2Right);
+    expectRecord(both.differenceLeft, kDiffLeft);
+    EXPECT_EQ(factorsOf(both), cases[1].factors);
 }
 
-template <std::size_t N>
-cv::Mat matrixOf(int rows, int cols, const std::array<double, N>& values) {
-    cv::Mat m(rows, cols, CV_64F);
-    std::copy(values.begin(), values.end(), m.ptr<double>());
-    return m;
-}
-
-SYSPARA recordOf(const CameraData& data) {
-    SYSPARA record;
-    record.cameraMatrix = matrixOf(3, 3, data.cameraMatrix);
-    record.distCoeffs = matrixOf(5, 1, data.distCoeffs);
-    record.R = matrixOf(3, 3, data.R);
-    record.T = matrixOf(3, 1, data.T);
-    return record;
-}
-
-// ---------------------------------------------------------------------------
-
-TEST(CalibrationSets, SingleSetModeUsesBlockOneForBothSetsWithZeroDifference) {
-    const std::vector<char> config = twoBlockConfig();
-    CameraParameterBlock block;  // mode 512 from construction
-    block.setCamParam(config.data());
-
-    expectRecord(block.set1Left, kSet1Left);
-    expectRecord(block.set1Right, kSet1Right);
-    expectRecord(block.set2Left, kSet1Left);
-    expectRecord(block.set2Right, kSet1Right);
-    expectRecord(block.differenceLeft, kZero);
-    expectRecord(block.differenceRight, kZero);
-    // Block 2's temperatures and factors are ignored in this mode.
-    EXPECT_EQ(block.calibTemperature1, 20.0);
-    EXPECT_EQ(block.calibTemperature2, 40.0);
-    EXPECT_EQ(block.zFactor1, 1.0);
-    EXPECT_EQ(block.zFactor2, 1.0);
-    EXPECT_EQ(block.zFactorDelta, 0.0);
-}
-
-TEST(CalibrationSets, OneBlockIsReadFromItsFirst416BytesOnly) {
-    // A buffer that ends right after the calibration must not be read past
-    // (caught by the address sanitizer).
+TEST(CameraCalibrationSets, OneBlockIsReadFromItsFirst416BytesOnly) {
+    // The address sanitizer catches a read past the calibration.
     std::vector<char> config(416, 0);
-    putCalibration(config, 0, kSet1Left, kSet1Right);
-    CameraParameterBlock block;
-    block.setoneCamparam(config.data(), block.set1Left, block.set1Right);
-    expectRecord(block.set1Left, kSet1Left);
-    expectRecord(block.set1Right, kSet1Right);
+    putCalibration(config, 0, kSet2Left, kSet2Right);
+    SYSPARA left, right;
+    CameraParameterBlock::setoneCamparam(config.data(), left, right);
+    expectRecord(left, kSet2Left);
+    expectRecord(right, kSet2Right);
+    // A difference may overwrite its own operand: (1001 + 2 i) - (2001 + 3 i).
+    CameraParameterBlock::CalculateSysParaABC(left, left, right);
+    expectRecord(left, numbered(-1000, -1));
 }
 
-TEST(CalibrationSets, TwoSetModeReadsBothBlocksTheirDifferenceAndBlockTwoFactors) {
-    const std::vector<char> config = twoBlockConfig();
-    CameraParameterBlock block;
-    block.configDataMode = 1024;
-    block.setCamParam(config.data());
-
-    expectRecord(block.set1Left, kSet1Left);
-    expectRecord(block.set1Right, kSet1Right);
-    expectRecord(block.set2Left, kSet2Left);
-    expectRecord(block.set2Right, kSet2Right);
-    expectRecord(block.differenceLeft, kDifferenceLeft);
-    expectRecord(block.differenceRight, kDifferenceRight);
-    EXPECT_EQ(block.calibTemperature1, 18.5);
-    EXPECT_EQ(block.calibTemperature2, 41.75);
-    EXPECT_EQ(block.zFactor1, 0.96875);
-    EXPECT_EQ(block.zFactor2, 1.03125);
-    EXPECT_EQ(block.zFactorDelta, 0.0625);
-}
-
-TEST(CalibrationSets, DepthFactorsOnOrOutsideTheBoundsBecomeOneButTemperaturesAreKept) {
+TEST(CameraCalibrationSets, DepthFactorsOnOrOutsideTheBoundsBecomeOneButTemperaturesAreKept) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    const std::array<std::array<double, 2>, 5> rejected{
-        {{0.9, 1.0}, {1.0, 1.1}, {0.85, 1.0}, {1.0, 0.0}, {nan, 1.0}}};
+    const std::array<double, 2> rejected[] = {{0.9, 1.0}, {1.0, 1.1}, {0.85, 1.0}, {1.0, 0.0},
+                                              {nan, 1.0}};
     for (const auto& factors : rejected) {
-        SCOPED_TRACE(testing::Message() << "factors " << factors[0] << ", " << factors[1]);
+        SCOPED_TRACE(testing::Message() << factors[0] << ", " << factors[1]);
         std::vector<char> config = twoBlockConfig();
         putBlockTwoFactors(config, 22.5, 37.25, factors[0], factors[1]);
         CameraParameterBlock block;
         block.configDataMode = 1024;
         block.setCamParam(config.data());
-        EXPECT_EQ(block.zFactor1, 1.0);
-        EXPECT_EQ(block.zFactor2, 1.0);
-        EXPECT_EQ(block.zFactorDelta, 0.0);
-        EXPECT_EQ(block.calibTemperature1, 22.5);
-        EXPECT_EQ(block.calibTemperature2, 37.25);
+        EXPECT_EQ(factorsOf(block), (std::array<double, 5>{22.5, 37.25, 1, 1, 0}));
     }
 }
 
-TEST(CalibrationSets, UnknownModeLeavesEverythingAsItWas) {
-    const std::vector<char> config = twoBlockConfig();
-    CameraParameterBlock block;
-    block.configDataMode = 1024;
-    block.setCamParam(config.data());
-
-    std::vector<char> other(1024, 0);
-    putCalibration(other, 0, kSet2Right, kSet2Left);
-    putCalibration(other, 512, kSet1Right, kSet1Left);
-    putBlockTwoFactors(other, 1.0, 2.0, 1.0, 1.0);
-    for (std::uint32_t mode : {0u, 768u, 7680u}) {
-        block.configDataMode = mode;
-        block.setCamParam(other.data());
-    }
-    expectRecord(block.set1Left, kSet1Left);
-    expectRecord(block.set2Right, kSet2Right);
-    expectRecord(block.differenceLeft, kDifferenceLeft);
-    EXPECT_EQ(block.calibTemperature1, 18.5);
-    EXPECT_EQ(block.zFactorDelta, 0.0625);
-}
-
-TEST(CalibrationSets, RecordsOwnTheirDataRatherThanAliasingTheInput) {
-    std::vector<char> config = twoBlockConfig();
-    CameraParameterBlock block;
-    block.configDataMode = 1024;
-    block.setCamParam(config.data());
-    std::fill(config.begin(), config.end(), '\x7f');
-    expectRecord(block.set1Left, kSet1Left);
-    expectRecord(block.set2Right, kSet2Right);
-}
-
-TEST(CalibrationSets, DifferenceMayOverwriteItsOwnOperand) {
-    SYSPARA a = recordOf(kSet2Right);
-    const SYSPARA b = recordOf(kSet1Right);
-    CameraParameterBlock::CalculateSysParaABC(a, a, b);
-    expectRecord(a, kDifferenceRight);
-}
-
-// ---------------------------------------------------------------------------
-
-TEST(CameraRecordCopy, DefaultRecordIsZeroMatricesOfTheModelShapes) {
+TEST(CameraRecordCopy, DefaultIsZeroMatricesOfTheModelShapesAndCopiesAreDeep) {
     expectRecord(SYSPARA{}, kZero);
-}
-
-TEST(CameraRecordCopy, CopiesDoNotShareMatrixData) {
-    const SYSPARA original = recordOf(kSet1Right);
-
+    CameraParameterBlock block;
+    block.setCamParam(twoBlockConfig().data());
+    const SYSPARA original = block.set1Right;
     SYSPARA constructed(original);
     SYSPARA assigned;
     assigned = original;
-    for (SYSPARA* copy : {&constructed, &assigned}) {
+    CameraParameterBlock blockCopy = block;
+    for (SYSPARA* copy : {&constructed, &assigned, &blockCopy.set1Right}) {
         copy->cameraMatrix.at<double>(0, 0) = -1;
         copy->distCoeffs.at<double>(4, 0) = -1;
         copy->R.at<double>(2, 2) = -1;
         copy->T.at<double>(1, 0) = -1;
     }
     expectRecord(original, kSet1Right);
-
-    // The parameter block copies its records deeply as well.
-    CameraParameterBlock block;
-    block.set1Left = original;
-    CameraParameterBlock copy = block;
-    copy.set1Left.T.at<double>(0, 0) = 99;
-    expectRecord(block.set1Left, kSet1Right);
+    expectRecord(block.set1Right, kSet1Right);
 }
 
-// ---------------------------------------------------------------------------
-
-constexpr std::size_t kLongFormBytes = 7680;
-
-TEST(TemperatureTable, CountBelowOneGivesAnEmptyTable) {
-    for (std::int32_t count : {0, -1, INT_MIN}) {
-        SCOPED_TRACE(count);
-        std::vector<char> config = twoBlockConfig(kLongFormBytes);
-        putInt32(config, 1024, count);
-        putEntry(config, 0, 25.0, kSet1Left, kSet1Right, 1.0);
-        CameraParameterBlock block;
-        EXPECT_TRUE(block.setMultiCamParam(config.data(), config.size()));
-        EXPECT_EQ(block.multi.size(), 0u);
-        EXPECT_TRUE(block.multi.left.empty());
-        EXPECT_TRUE(block.multi.right.empty());
-        EXPECT_TRUE(block.multi.depthFactors.empty());
-    }
-}
-
-TEST(TemperatureTable, EntriesAreReadInDeviceOrder) {
-    std::vector<char> config = twoBlockConfig(kLongFormBytes);
-    putInt32(config, 1024, 3);
+TEST(CameraTemperatureTable, EntriesAreReadInDeviceOrderUpToTheCount) {
+    std::vector<char> config = twoBlockConfig(7680);
+    put<std::int32_t>(config, 1024, 3);
     // Deliberately not ascending: the parser must not sort.
     putEntry(config, 0, 45.25, kSet2Left, kSet2Right, 1.005);
     putEntry(config, 1, 20.5, kSet1Left, kSet1Right, 0.995);
     putEntry(config, 2, 31.0, kSet1Right, kSet2Left, 1.0);
-    // A fourth entry beyond the count is not taken.
-    putEntry(config, 3, 50.0, kZero, kZero, 1.01);
-
+    putEntry(config, 3, 50.0, kZero, kZero, 1.01);  // beyond the count
     CameraParameterBlock block;
     ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
     ASSERT_EQ(block.multi.size(), 3u);
     ASSERT_EQ(block.multi.left.size(), 3u);
     ASSERT_EQ(block.multi.right.size(), 3u);
-    ASSERT_EQ(block.multi.depthFactors.size(), 3u);
     EXPECT_EQ(block.multi.temperatures, (std::vector<double>{45.25, 20.5, 31.0}));
     EXPECT_EQ(block.multi.depthFactors, (std::vector<double>{1.005, 0.995, 1.0}));
-    expectRecord(block.multi.left[0], kSet2Left);
-    expectRecord(block.multi.right[0], kSet2Right);
-    expectRecord(block.multi.left[1], kSet1Left);
-    expectRecord(block.multi.right[1], kSet1Right);
-    expectRecord(block.multi.left[2], kSet1Right);
-    expectRecord(block.multi.right[2], kSet2Left);
-}
-
-TEST(TemperatureTable, SingleEntryIsRead) {
-    std::vector<char> config = twoBlockConfig(kLongFormBytes);
-    putInt32(config, 1024, 1);
-    putEntry(config, 0, 33.5, kSet2Right, kSet1Left, 1.0078125);
-    CameraParameterBlock block;
-    ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
-    ASSERT_EQ(block.multi.size(), 1u);
-    EXPECT_EQ(block.multi.temperatures[0], 33.5);
-    EXPECT_EQ(block.multi.depthFactors[0], 1.0078125);
-    expectRecord(block.multi.left[0], kSet2Right);
-    expectRecord(block.multi.right[0], kSet1Left);
-}
-
-TEST(TemperatureTable, FifteenEntriesFillTheLongForm) {
-    std::vector<char> config(kLongFormBytes, 0);
-    putInt32(config, 1024, 15);
-    for (std::size_t i = 0; i < 15; ++i)
-        putEntry(config, i, 10.0 + 2.0 * static_cast<double>(i), kSet1Left, kSet1Right, 1.0);
-    putEntry(config, 14, 99.5, kSet2Left, kSet2Right, 1.0625);
-    CameraParameterBlock block;
-    ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
-    ASSERT_EQ(block.multi.size(), 15u);
-    EXPECT_EQ(block.multi.temperatures[13], 36.0);
-    EXPECT_EQ(block.multi.temperatures[14], 99.5);
-    EXPECT_EQ(block.multi.depthFactors[14], 1.0625);
-    expectRecord(block.multi.right[14], kSet2Right);
-}
-
-TEST(TemperatureTable, CountBeyondTheBufferIsRefusedAndLeavesTheTableEmpty) {
-    for (std::int32_t count : {16, 1000000, INT_MAX}) {
-        SCOPED_TRACE(count);
-        std::vector<char> config(kLongFormBytes, 0);
-        putInt32(config, 1024, count);
-        CameraParameterBlock block;
-        // A table from an earlier connection must not survive a refusal.
-        block.multi.temperatures.push_back(20.0);
-        block.multi.depthFactors.push_back(1.0);
-        block.multi.left.emplace_back();
-        block.multi.right.emplace_back();
-        EXPECT_FALSE(block.setMultiCamParam(config.data(), config.size()));
-        EXPECT_EQ(block.multi.size(), 0u);
-        EXPECT_TRUE(block.multi.left.empty());
-        EXPECT_TRUE(block.multi.right.empty());
-        EXPECT_TRUE(block.multi.depthFactors.empty());
+    const Camera* expected[][2] = {{&kSet2Left, &kSet2Right}, {&kSet1Left, &kSet1Right},
+                                   {&kSet1Right, &kSet2Left}};
+    for (std::size_t i = 0; i < 3; ++i) {
+        expectRecord(block.multi.left[i], *expected[i][0]);
+        expectRecord(block.multi.right[i], *expected[i][1]);
     }
 }
 
-TEST(TemperatureTable, LastEntryMustFitCompletely) {
-    // Three entries end at byte 1028 + 3 x 432 = 2324.
-    std::vector<char> config(2324, 0);
-    putInt32(config, 1024, 3);
-    putEntry(config, 2, 40.0, kSet1Left, kSet1Right, 1.03125);
+TEST(CameraTemperatureTable, CountAndSizeLimitsAndAnEarlierTableNeverSurvives) {
+    // Entries end at 1028 + 432 n: 2324 for three, 7508 for the fifteen that
+    // fit the 7680-byte form. A count below one is an empty table.
+    const struct {
+        std::size_t size;
+        std::int32_t count;
+        bool accepted;
+        std::size_t entries;
+    } cases[] = {
+        {7680, 0, true, 0},         {7680, -1, true, 0},       {7680, INT_MIN, true, 0},
+        {7680, 15, true, 15},       {7680, 16, false, 0},      {7680, 1000000, false, 0},
+        {7680, INT_MAX, false, 0},  {2324, 3, true, 3},        {2323, 3, false, 0},
+        {1028, 0, true, 0},         {1027, 0, false, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.count << " entries in " << c.size << " bytes");
+        std::vector<char> config(c.size, 0);
+        if (c.size >= 1028) put<std::int32_t>(config, 1024, c.count);
+        if (c.entries > 0) putEntry(config, c.entries - 1, 40.0, kSet2Left, kSet2Right, 1.03125);
+        CameraParameterBlock block;
+        block.multi = {{SYSPARA{}}, {SYSPARA{}}, {20.0}, {1.0}};  // from an earlier read
+        EXPECT_EQ(block.setMultiCamParam(config.data(), config.size()), c.accepted);
+        const T_VyxMultiCfgInfo& t = block.multi;
+        ASSERT_EQ((std::array<std::size_t, 4>{t.temperatures.size(), t.left.size(),
+                                              t.right.size(), t.depthFactors.size()}),
+                  (std::array<std::size_t, 4>{c.entries, c.entries, c.entries, c.entries}));
+        if (c.entries == 0) continue;
+        EXPECT_EQ(t.temperatures.back(), 40.0);
+        EXPECT_EQ(t.depthFactors.back(), 1.03125);
+        expectRecord(t.right.back(), kSet2Right);
+    }
     CameraParameterBlock block;
-    ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
-    EXPECT_EQ(block.multi.depthFactors.at(2), 1.03125);
-
-    config.pop_back();
-    EXPECT_FALSE(block.setMultiCamParam(config.data(), config.size()));
-    EXPECT_EQ(block.multi.size(), 0u);
-}
-
-TEST(TemperatureTable, BufferWithoutRoomForTheCountIsRefused) {
-    std::vector<char> config(1027, 0);
-    CameraParameterBlock block;
-    EXPECT_FALSE(block.setMultiCamParam(config.data(), config.size()));
-    EXPECT_FALSE(block.setMultiCamParam(nullptr, kLongFormBytes));
-    EXPECT_EQ(block.multi.size(), 0u);
-}
-
-TEST(TemperatureTable, ReparsingReplacesTheTable) {
-    std::vector<char> config(kLongFormBytes, 0);
-    putInt32(config, 1024, 3);
-    putEntry(config, 0, 20.0, kSet1Left, kSet1Right, 1.0);
-    putEntry(config, 1, 30.0, kSet1Left, kSet1Right, 1.0);
-    putEntry(config, 2, 40.0, kSet1Left, kSet1Right, 1.0);
-    CameraParameterBlock block;
-    ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
-    ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
-    EXPECT_EQ(block.multi.size(), 3u);
-    EXPECT_EQ(block.multi.left.size(), 3u);
-
-    putInt32(config, 1024, 1);
-    putEntry(config, 0, 27.5, kSet2Left, kSet2Right, 1.0);
-    ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
-    ASSERT_EQ(block.multi.size(), 1u);
-    EXPECT_EQ(block.multi.temperatures[0], 27.5);
-    expectRecord(block.multi.left[0], kSet2Left);
-
-    putInt32(config, 1024, 0);
-    ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
-    EXPECT_EQ(block.multi.size(), 0u);
-    EXPECT_TRUE(block.multi.right.empty());
+    EXPECT_FALSE(block.setMultiCamParam(nullptr, 7680));
 }
 
 }  // namespace

@@ -17,12 +17,12 @@ TEST(DeviceModelLookup, FirstCodeThatBeginsTheTextWinsElseTheCurrentIndexStays) 
         const char* text;
         std::uint32_t current, index;
     } cases[] = {
-        {"QX-BAS", 100, 1},   {"QX-PRO-2", 100, 2},  {"QX-MIN 01", 100, 3}, {"ZR-C547", 100, 6},
+        {"QX-BAS", 100, 1},    {"QX-PRO-2", 100, 2}, {"QX-MIN 01", 100, 3}, {"ZR-C547", 100, 6},
         {"ZR-C544-A", 100, 7}, {"ZR-C857X", 100, 9}, {"ZR-C854", 100, 10},  {"ZR-D847", 100, 12},
-        {"ZR-D844", 100, 13}, {"ZR-D947", 100, 15},  {"ZR-D944", 100, 16},  {"ZR-C57", 100, 5},
-        {"ZR-C84", 100, 8},   {"ZR-D87", 100, 11},   {"ZR-D97", 100, 14},   {"ZR-D640", 100, 17},
-        {"ZR-C5477", 100, 6}, {"ZR-C847", 100, 8},   {"ZR-C5", 100, 100},   {"ZR-C54", 7, 7},
-        {"QX-BA", 0, 0},      {"", 100, 100},        {"qx-bas", 100, 100},  {"XQX-BAS", 100, 100},
+        {"ZR-D844", 100, 13},  {"ZR-D947", 100, 15}, {"ZR-D944", 100, 16},  {"ZR-C57", 100, 5},
+        {"ZR-C84", 100, 8},    {"ZR-D87", 100, 11},  {"ZR-D97", 100, 14},   {"ZR-D640", 100, 17},
+        {"ZR-C5477", 100, 6},  {"ZR-C847", 100, 8},  {"ZR-C5", 100, 100},   {"ZR-C54", 7, 7},
+        {"QX-BA", 0, 0},       {"", 100, 100},       {"qx-bas", 100, 100},  {"XQX-BAS", 100, 100},
     };
     for (const auto& c : cases)
         EXPECT_EQ(modelIndexFromText(c.text, std::strlen(c.text), c.current), c.index) << c.text;
@@ -35,9 +35,11 @@ TEST(DeviceModelProperties, DepthLimitStatusLayoutAndDualExposureByIndex) {
     // Per index: depth limit (0: left as it was), status layout (First,
     // Second, None) and dual exposure clamp (a: 48-8192, b: 16-16384, -: the
     // low 16 bits as they are).
-    const std::uint32_t index[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 99, 100};
-    const double depth[] = {30000, 30000, 300000, 2400,  0,      2400,   2400, 2400, 30000, 30000, 30000,
-                            30000, 30000, 0,      0,     300000, 300000, 6000, 0,    0,     30000};
+    const std::uint32_t index[] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9, 10,
+                                   11, 12, 13, 14, 15, 16, 17, 18, 99, 100};
+    const double depth[] = {30000, 30000, 300000, 2400,   0,      2400, 2400,
+                            2400,  30000, 30000,  30000,  30000,  30000, 0,
+                            0,     300000, 300000, 6000,  0,      0,    30000};
     const std::string layout = "FFFFFFFSFFSFFSNFSFNNN";
     const std::string clamp = "abbb-a--b--b--------a";
     for (std::size_t i = 0; i < std::size(index); ++i) {
@@ -49,7 +51,8 @@ TEST(DeviceModelProperties, DepthLimitStatusLayoutAndDualExposureByIndex) {
                                   : layout[i] == 'S' ? StatusLayout::Second
                                                      : StatusLayout::None;
         EXPECT_EQ(statusLayoutForModel(index[i]), want);
-        EXPECT_EQ(dualExposureForModel(index[i], 10), clamp[i] == 'a' ? 48 : clamp[i] == 'b' ? 16 : 10);
+        EXPECT_EQ(dualExposureForModel(index[i], 10),
+                  clamp[i] == 'a' ? 48 : clamp[i] == 'b' ? 16 : 10);
         EXPECT_EQ(dualExposureForModel(index[i], 20000),
                   clamp[i] == 'a' ? 8192 : clamp[i] == 'b' ? 16384 : 20000);
     }
@@ -65,10 +68,11 @@ TEST(DeviceModelExposure, FromDistanceInTheNearOrFarRange) {
         std::uint32_t index;
         int distance, exposure;
     } cases[] = {
-        {3, 100, 500},  {3, 300, 500},       {3, 301, 500},     {3, 302, 501} /* 1400 / 1200 */,
-        {5, 900, 850},  {5, 1500, 1200},     {5, 2000, 1200},   {9, 999, 800},
-        {1, 1000, 800}, {9, 2000, 1150},     {100, 3000, 1500}, {9, 5000, 1500},
-        {17, 1002, 800}, {17, 1003, 801} /* 2100 / 2000 */,     {17, INT_MAX, 1500}, {17, INT_MIN, 800},
+        {3, 100, 500},    {3, 300, 500},   {3, 301, 500},    {3, 302, 501},  // 1400 / 1200
+        {5, 900, 850},    {5, 1500, 1200}, {5, 2000, 1200},  {9, 999, 800},
+        {1, 1000, 800},   {9, 2000, 1150}, {100, 3000, 1500}, {9, 5000, 1500},
+        {17, 1002, 800},  {17, 1003, 801},  // 2100 / 2000
+        {17, INT_MAX, 1500}, {17, INT_MIN, 800},
     };
     for (const auto& c : cases)
         EXPECT_EQ(exposureFromDistance(c.index, c.distance), c.exposure)
@@ -92,7 +96,7 @@ struct Manufacture {
     }
     void putModel(const std::string& text, std::uint8_t lengthByte) {
         config.at(420) = lengthByte;
-        std::copy(text.begin(), text.begin() + std::min<long>(20, text.size()), config.begin() + 421);
+        std::copy_n(text.begin(), std::min<std::size_t>(20, text.size()), config.begin() + 421);
     }
     void decode(const char* separateText = nullptr) {
         decodeManufactureSection(config.data(), separateText, record, modelIndex, depthLimit,
@@ -129,41 +133,41 @@ TEST(ManufactureSection, GeometryAndAddressByModelGroup) {
     // holds 1920 x 1080 grey and 640 x 480 colour sizes, then the USB grey,
     // USB colour, Ethernet grey and Ethernet colour counts and the unit (zero:
     // 160, 225, 32, 60 units of 1024 bytes). Expected: grey width, height,
-    // bytes; colour width, height, bytes; unit; four counts; four block sizes.
+    // bytes; colour width, height, bytes; unit; the four counts.
     const struct {
         const char* text;
         std::uint32_t startIndex, startUnit;
         std::array<unsigned, 5> record;
         std::uint32_t index;
         bool takesAddress;
-        std::array<std::uint32_t, 15> geometry;
+        std::array<std::uint32_t, 11> geometry;
     } cases[] = {
         // Models 1 and 8: sizes and three counts; the colour byte count, the
         // Ethernet colour count and a non-zero unit stay.
-        {"QX-BAS", 100, 512, {100, 0, 0, 77, 2048}, 1, true, {1920, 1080, 2073600, 640, 480, 1843200,
-          512, 100, 225, 32, 60, 51200, 115200, 16384, 30720}},
-        {"ZR-C84", 100, 0, {0, 0, 40, 77, 4096}, 8, true, {1920, 1080, 2073600, 640, 480, 1843200,
-          1024, 160, 225, 40, 60, 163840, 230400, 40960, 61440}},
+        {"QX-BAS", 100, 512, {100, 0, 0, 77, 2048}, 1, true,
+         {1920, 1080, 2073600, 640, 480, 1843200, 512, 100, 225, 32, 60}},
+        {"ZR-C84", 100, 0, {0, 0, 40, 77, 4096}, 8, true,
+         {1920, 1080, 2073600, 640, 480, 1843200, 1024, 160, 225, 40, 60}},
         // Models 2, 3, 5, 11: sizes and the whole transfer block.
-        {"QX-PRO", 100, 1024, {0, 300, 0, 0, 512}, 2, true, {1920, 1080, 2073600, 640, 480, 614400,
-          512, 160, 300, 32, 60, 81920, 153600, 16384, 30720}},
-        {"ZR-D87", 100, 333, {0, 0, 0, 0, 0}, 11, true, {1920, 1080, 2073600, 640, 480, 614400,
-          1024, 160, 225, 32, 60, 163840, 230400, 32768, 61440}},
+        {"QX-PRO", 100, 1024, {0, 300, 0, 0, 512}, 2, true,
+         {1920, 1080, 2073600, 640, 480, 614400, 512, 160, 300, 32, 60}},
+        {"ZR-D87", 100, 333, {0, 0, 0, 0, 0}, 11, true,
+         {1920, 1080, 2073600, 640, 480, 614400, 1024, 160, 225, 32, 60}},
         // Large and half sensors: fixed grey size, the colour size held.
-        {"ZR-C857", 100, 1024, {160, 225, 156, 60, 32768}, 9, true, {2472, 2064, 5102208, 800,
-          600, 960000, 32768, 160, 225, 156, 60, 5242880, 7372800, 5111808, 1966080}},
-        {"ZR-C544", 100, 1024, {0, 0, 0, 0, 0}, 7, true, {1236, 1032, 1275552, 800, 600, 960000,
-          1024, 160, 225, 32, 60, 163840, 230400, 32768, 61440}},
-        {"XY-1234", 13, 1024, {0, 0, 0, 0, 0}, 13, true, {1236, 1032, 1275552, 800, 600, 960000,
-          1024, 160, 225, 32, 60, 163840, 230400, 32768, 61440}},
+        {"ZR-C857", 100, 1024, {160, 225, 156, 60, 32768}, 9, true,
+         {2472, 2064, 5102208, 800, 600, 960000, 32768, 160, 225, 156, 60}},
+        {"ZR-C544", 100, 1024, {0, 0, 0, 0, 0}, 7, true,
+         {1236, 1032, 1275552, 800, 600, 960000, 1024, 160, 225, 32, 60}},
+        {"XY-1234", 13, 1024, {0, 0, 0, 0, 0}, 13, true,
+         {1236, 1032, 1275552, 800, 600, 960000, 1024, 160, 225, 32, 60}},
         // A model of no group keeps the geometry it had.
-        {"ZR-D97", 100, 1024, {1, 2, 3, 4, 5}, 14, true, {1280, 720, 921600, 800, 600, 1843200,
-          1024, 225, 225, 60, 60, 230400, 230400, 61440, 61440}},
+        {"ZR-D97", 100, 1024, {1, 2, 3, 4, 5}, 14, true,
+         {1280, 720, 921600, 800, 600, 1843200, 1024, 225, 225, 60, 60}},
         // No known model: the start-up geometry, and the address stays.
-        {"XY-1234", 0, 0, {1, 2, 3, 4, 5}, 0, false, {1280, 720, 921600, 1280, 720, 1843200,
-          1024, 225, 225, 60, 60, 230400, 230400, 61440, 61440}},
-        {"XY-1234", 100, 0, {1, 2, 3, 4, 5}, 100, false, {1280, 720, 921600, 1280, 720, 1843200,
-          1024, 225, 225, 60, 60, 230400, 230400, 61440, 61440}},
+        {"XY-1234", 0, 0, {1, 2, 3, 4, 5}, 0, false,
+         {1280, 720, 921600, 1280, 720, 1843200, 1024, 225, 225, 60, 60}},
+        {"XY-1234", 100, 0, {1, 2, 3, 4, 5}, 100, false,
+         {1280, 720, 921600, 1280, 720, 1843200, 1024, 225, 225, 60, 60}},
     };
     const std::array<std::uint8_t, 4> recordIP{{192, 168, 1, 20}}, heldIP{{10, 0, 0, 7}};
     const unsigned sizes[] = {1920, 1080, 640, 480};
@@ -183,14 +187,14 @@ TEST(ManufactureSection, GeometryAndAddressByModelGroup) {
 
         const DeviceGeometry& g = m.geometry;
         ASSERT_EQ(m.modelIndex, c.index);
-        const std::array<std::uint32_t, 15> got = {
-            g.greyWidth,  g.greyHeight,  g.greyImageBytes,   g.colorWidth,     g.colorHeight,
-            g.colorImageBytes, g.transferUnitBytes, g.blockCounts[0], g.blockCounts[1],
-            g.blockCounts[2],  g.blockCounts[3],    g.blockBytes[0],  g.blockBytes[1],
-            g.blockBytes[2],   g.blockBytes[3]};
-        EXPECT_EQ(got, c.geometry);
-        EXPECT_EQ(g.greyPixelBytes, 1u);
-        EXPECT_EQ(g.colorPixelBytes, 2u);
+        EXPECT_EQ((std::array<std::uint32_t, 11>{g.greyWidth, g.greyHeight, g.greyImageBytes,
+                                                 g.colorWidth, g.colorHeight, g.colorImageBytes,
+                                                 g.transferUnitBytes, g.blockCounts[0],
+                                                 g.blockCounts[1], g.blockCounts[2],
+                                                 g.blockCounts[3]}),
+                  c.geometry);
+        for (std::size_t k = 0; k < 4; ++k)
+            EXPECT_EQ(g.blockBytes[k], g.blockCounts[k] * g.transferUnitBytes) << "block " << k;
         EXPECT_EQ(m.ip, c.takesAddress ? recordIP : heldIP);
         const BorderWarningBands want = warningBandsFor(g);  // of the resulting geometry
         EXPECT_EQ(std::memcmp(&m.bands, &want, sizeof want), 0);

@@ -2,6 +2,7 @@
 // against the virtual tracker on its own loopback address.
 #include "VyxPositionAPI.h"
 #include "sim/VirtualTracker.h"
+#include "support/Eventually.h"
 
 #include <gtest/gtest.h>
 
@@ -20,16 +21,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Polls `condition` every few milliseconds until it holds or `timeout`
-// passes; returns whether it held.
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 5s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(2ms);
-    }
-    return condition();
-}
+using vyx::test::eventually;
 
 // Runs `action` on its own thread and reports whether it finished within
 // `limit`: a watchdog against hangs, not a speed measurement. A hung action

@@ -2,6 +2,7 @@
 // triggered calls, extended ids and the over-limit flag.
 #include "VyxPositionAPI.h"
 #include "sim/VirtualTracker.h"
+#include "support/Eventually.h"
 
 #include <gtest/gtest.h>
 
@@ -16,14 +17,7 @@ using vyx::sim::VirtualTracker;
 
 namespace {
 
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 5s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(2ms);
-    }
-    return condition();
-}
+using vyx::test::eventually;
 
 class FrameDelivery : public ::testing::Test {
 protected:

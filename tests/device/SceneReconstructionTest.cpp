@@ -11,6 +11,7 @@
 #include "sim/DeviceProjection.h"
 #include "sim/Scene.h"
 #include "sim/VirtualTracker.h"
+#include "support/Eventually.h"
 
 #include <gtest/gtest.h>
 
@@ -29,14 +30,7 @@ namespace {
 
 constexpr double kToleranceMm = 3e-3;
 
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 5s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(1ms);
-    }
-    return condition();
-}
+using vyx::test::eventually;
 
 // Random still markers in the volume both cameras see, at least `spacing`
 // apart.
