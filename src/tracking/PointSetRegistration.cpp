@@ -27,34 +27,34 @@ bool GetRTPoints(const cv::Point3f* first, const cv::Point3f* second, int n, cv:
     const cv::Point3f c1 = centroid(first, n);
     const cv::Point3f c2 = centroid(second, n);
 
-    // Centred points, one per column.
-    cv::Mat A(3, n, CV_32F);
-    cv::Mat B(3, n, CV_32F);
+    // H = A * B^T with A, B the centred points as columns, accumulated as a
+    // sum of outer products. Fixed-size matrices keep the fit free of heap
+    // allocations: it runs for every tool of every frame.
+    cv::Matx33f H = cv::Matx33f::zeros();
     for (int k = 0; k < n; ++k) {
         const cv::Point3f a = first[k] - c1;
         const cv::Point3f b = second[k] - c2;
-        A.at<float>(0, k) = a.x;
-        A.at<float>(1, k) = a.y;
-        A.at<float>(2, k) = a.z;
-        B.at<float>(0, k) = b.x;
-        B.at<float>(1, k) = b.y;
-        B.at<float>(2, k) = b.z;
+        const float av[3] = {a.x, a.y, a.z};
+        const float bv[3] = {b.x, b.y, b.z};
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j) H(i, j) += av[i] * bv[j];
     }
 
-    const cv::Mat H = A * B.t();
-    cv::Mat W, U, Vt;
-    cv::SVDecomp(H, W, U, Vt, cv::SVD::FULL_UV);
-    const cv::Mat V = Vt.t();
+    cv::Matx31f W;
+    cv::Matx33f U, Vt;
+    cv::SVD::compute(H, W, U, Vt);
+    const cv::Matx33f V = Vt.t();
 
     // V*U^T is the best orthogonal map; when it is a reflection (d = -1) the
     // least significant direction is flipped to make it a proper rotation.
     const float d = static_cast<float>(cv::determinant(V * U.t()));
-    const cv::Mat D = (cv::Mat_<float>(3, 3) << 1, 0, 0, 0, 1, 0, 0, 0, d);
-    const cv::Mat rotation = V * D * U.t();
-    const cv::Mat translation = cv::Mat(c2) - rotation * cv::Mat(c1);
+    const cv::Matx33f D(1, 0, 0, 0, 1, 0, 0, 0, d);
+    const cv::Matx33f rotation = V * D * U.t();
+    const cv::Vec3f translation =
+        cv::Vec3f(c2.x, c2.y, c2.z) - rotation * cv::Vec3f(c1.x, c1.y, c1.z);
 
-    rotation.copyTo(R);
-    translation.copyTo(T);
+    cv::Mat(rotation).copyTo(R);
+    cv::Mat(translation).copyTo(T);
     return true;
 }
 

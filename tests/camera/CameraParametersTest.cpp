@@ -91,47 +91,37 @@ std::array<double, 5> factorsOf(const CameraParameterBlock& b) {
 }
 
 TEST(CameraCalibrationSets, ModeDecidesTheBlocksTheDifferenceAndTheBlockTwoFactors) {
-    std::vector<char> config = twoBlockConfig();
-    // Mode 512 (the default) takes both sets from block 1 and ignores block 2.
-    CameraParameterBlock single;
-    single.setCamParam(config.data());
-    CameraParameterBlock both;
-    both.configDataMode = 1024;
-    both.setCamParam(config.data());
+    for (const bool twoSets : {false, true}) {
+        SCOPED_TRACE(twoSets ? "mode 1024" : "mode 512");
+        std::vector<char> config = twoBlockConfig();
+        CameraParameterBlock block;  // mode 512 (one set, block 2 ignored) by default
+        if (twoSets) block.configDataMode = 1024;
+        block.setCamParam(config.data());
+        expectRecord(block.set1Left, kSet1Left);
+        expectRecord(block.set1Right, kSet1Right);
+        expectRecord(block.set2Left, twoSets ? kSet2Left : kSet1Left);
+        expectRecord(block.set2Right, twoSets ? kSet2Right : kSet1Right);
+        expectRecord(block.differenceLeft, twoSets ? kDiffLeft : kZero);
+        expectRecord(block.differenceRight, twoSets ? kDiffRight : kZero);
+        // Temperatures 1 and 2, depth factors 1 and 2, their difference.
+        const std::array<double, 5> factors =
+            twoSets ? std::array<double, 5>{18.5, 41.75, 0.96875, 1.03125, 0.0625}
+                    : std::array<double, 5>{20, 40, 1, 1, 0};
+        EXPECT_EQ(factorsOf(block), factors);
 
-    // Set 2 and the differences, then temperatures 1 and 2, depth factors 1
-    // and 2 and their difference.
-    const struct {
-        const CameraParameterBlock& block;
-        const Camera &set2Left, &set2Right, &diffLeft, &diffRight;
-        std::array<double, 5> factors;
-    } cases[] = {{single, kSet1Left, kSet1Right, kZero, kZero, {20, 40, 1, 1, 0}},
-                 {both, kSet2Left, kSet2Right, kDiffLeft, kDiffRight,
-                  {18.5, 41.75, 0.96875, 1.03125, 0.0625}}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.block.configDataMode);
-        expectRecord(c.block.set1Left, kSet1Left);
-        expectRecord(c.block.set1Right, kSet1Right);
-        expectRecord(c.block.set2Left, c.set2Left);
-        expectRecord(c.block.set2Right, c.set2Right);
-        expectRecord(c.block.differenceLeft, c.diffLeft);
-        expectRecord(c.block.differenceRight, c.diffRight);
-        EXPECT_EQ(factorsOf(c.block), c.factors);
+        // The records own their data: the input overwritten with other values
+        // and offered in modes that do not exist changes nothing.
+        putCalibration(config, 0, kSet2Right, kSet2Left);
+        putCalibration(config, 512, kSet1Right, kSet1Left);
+        putBlockTwoFactors(config, 1.0, 2.0, 1.0, 1.0);
+        for (std::uint32_t mode : {0u, 768u, 7680u}) {
+            block.configDataMode = mode;
+            block.setCamParam(config.data());
+        }
+        expectRecord(block.set1Left, kSet1Left);
+        expectRecord(block.set2Right, twoSets ? kSet2Right : kSet1Right);
+        EXPECT_EQ(factorsOf(block), factors);
     }
-
-    // The records own their data: the input overwritten with other values and
-    // offered in modes that do not exist changes nothing.
-    putCalibration(config, 0, kSet2Right, kSet2Left);
-    putCalibration(config, 512, kSet1Right, kSet1Left);
-    putBlockTwoFactors(config, 1.0, 2.0, 1.0, 1.0);
-    for (std::uint32_t mode : {0u, 768u, 7680u}) {
-        both.configDataMode = mode;
-        both.setCamParam(config.data());
-    }
-    expectRecord(both.set1Left, kSet1Left);
-    expectRecord(both.set2Right, kSet2Right);
-    expectRecord(both.differenceLeft, kDiffLeft);
-    EXPECT_EQ(factorsOf(both), cases[1].factors);
 }
 
 TEST(CameraCalibrationSets, OneBlockIsReadFromItsFirst416BytesOnly) {

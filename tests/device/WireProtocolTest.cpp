@@ -33,12 +33,6 @@ Bytes framed(std::size_t size, bool withLength) {
     return f;
 }
 
-TEST(Crc16Modbus, MatchesTheStandardCheckValue) {
-    const std::string text = "123456789";
-    EXPECT_EQ(crc16Modbus(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), 0x4B37);
-    EXPECT_EQ(crc16Modbus(nullptr, 0), 0xFFFF);
-}
-
 TEST(CommandPackets, ParameterisedCommandsArePaddedToTenBytesOnEthernetOnly) {
     const CommandPacket exposure = dualExposureCommand(0x1234, 0xABCD);
     EXPECT_EQ(bytesOf(exposure), (Bytes{0x62, 0x34, 0x12, 0xCD, 0xAB}));
@@ -169,9 +163,10 @@ TEST(StatusDecoding, HardwareCheckTakesTheFirstFailingTest) {
         return v;
     };
     const std::pair<std::uint64_t, std::uint32_t> cases[] = {
-        {field(0, 800, 500, 500), 0},  {field(1, 800, 500, 500), 7},   {field(3, 0, 0, 0), 7},
-        {field(0, 699, 0, 0), 1},      {field(0, 1001, 0, 0), 2},      {field(0, 700, 199, 2000), 3},
-        {field(0, 1000, 1001, 0), 4},  {field(0, 1000, 1000, 199), 5}, {field(0, 1000, 200, 1001), 6},
+        {field(0, 800, 500, 500), 0},   {field(1, 800, 500, 500), 7},   {field(3, 0, 0, 0), 7},
+        {field(0, 699, 0, 0), 1},       {field(0, 1001, 0, 0), 2},
+        {field(0, 700, 199, 2000), 3},  {field(0, 1000, 1001, 0), 4},
+        {field(0, 1000, 1000, 199), 5}, {field(0, 1000, 200, 1001), 6},
         {field(0, -5, 500, 500), 1},  // signed: a negative reading is below every bound
     };
     for (const auto& [value, check] : cases) EXPECT_EQ(hardwareCheckValue(value), check) << value;
@@ -198,7 +193,11 @@ TEST(ImageBlocks, LargeSensorsEndInTheirKnownShortBlocks) {
     EXPECT_EQ(imageBlockCount(100u, 0u), 0u);
 }
 
-TEST(Configuration, BlockChecksumCoversBytesZeroTo469) {
+TEST(ConfigurationChecksum, IsCrc16ModbusOverBytesZeroTo469StoredAt509) {
+    const std::string text = "123456789";  // the standard check value
+    EXPECT_EQ(crc16Modbus(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), 0x4B37);
+    EXPECT_EQ(crc16Modbus(nullptr, 0), 0xFFFF);
+
     Bytes block(kConfigBlockBytes);
     for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<std::uint8_t>(i * 13);
     writeU16(block.data() + 509, crc16Modbus(block.data(), 470));
@@ -230,7 +229,7 @@ Bytes wifiMarkerFrame(int left, int right, bool trailer) {
     return f;
 }
 
-TEST(WifiFrames, ConfigurationFrameIsCheckedWholeBeforeItIsCopied) {
+TEST(WifiFrames, ConfigurationAndStatusFramesAreCheckedWholeBeforeTheyAreCopied) {
     Bytes f = framed(kWifiConfigFrameBytes, true);
     for (std::size_t b = 0; b < 2; ++b) {
         std::uint8_t* block = f.data() + 4 + b * 512;
@@ -249,9 +248,18 @@ TEST(WifiFrames, ConfigurationFrameIsCheckedWholeBeforeItIsCopied) {
         EXPECT_FALSE(parseWifiConfigFrame(bad.data(), bad.size(), untouched.data())) << spoilt;
     }
     EXPECT_EQ(untouched, Bytes(1024, 0xEE));
+
+    // The status frame likewise.
+    Bytes status = framed(32, true);
+    for (std::size_t i = 0; i < 24; ++i) status[4 + i] = static_cast<std::uint8_t>(i + 1);
+    std::uint8_t copied[24] = {};
+    ASSERT_TRUE(parseWifiStatusFrame(status.data(), status.size(), copied));
+    EXPECT_EQ(Bytes(copied, copied + 24), Bytes(status.begin() + 4, status.begin() + 28));
+    status[31] = 0;
+    EXPECT_FALSE(parseWifiStatusFrame(status.data(), status.size(), copied));
 }
 
-TEST(WifiFrames, MarkerFrameIsLaidOutLikeTheWiredOne) {
+TEST(WifiFrames, MarkerFrameIsCheckedAndLaidOutLikeTheWiredOne) {
     const Bytes f = wifiMarkerFrame(3, 2, true);
     ASSERT_EQ(wifiMarkerFrameLength(f.data()), f.size());
     Bytes origin(kMarkerOriginBytes, 0xEE);
@@ -272,31 +280,19 @@ TEST(WifiFrames, MarkerFrameIsLaidOutLikeTheWiredOne) {
     const Bytes plain = wifiMarkerFrame(1, 1, false);
     ASSERT_TRUE(parseWifiMarkerFrame(plain.data(), plain.size(), origin.data()));
     EXPECT_EQ(frameIdAt(origin.data()), 0x42u);
-}
 
-TEST(WifiFrames, MalformedMarkerFramesAreRejected) {
-    Bytes origin(kMarkerOriginBytes, 0);
+    // Malformed frames are refused.
     Bytes badClose = wifiMarkerFrame(2, 2, true);
     badClose.back() = 0xFF;
     Bytes liar = wifiMarkerFrame(2, 2, false);  // counts more points than it holds
     writeU16(liar.data() + 4 + 2, 150);
     Bytes tooMany = wifiMarkerFrame(1, 1, false);
     writeU16(tooMany.data() + 4 + 6, 201);
-    for (const Bytes* f : {&badClose, &liar, &tooMany})
-        EXPECT_FALSE(parseWifiMarkerFrame(f->data(), f->size(), origin.data()));
+    for (const Bytes* bad : {&badClose, &liar, &tooMany})
+        EXPECT_FALSE(parseWifiMarkerFrame(bad->data(), bad->size(), origin.data()));
     EXPECT_FALSE(parseWifiMarkerFrame(badClose.data(), 7, origin.data()));
     const std::uint8_t badMark[4] = {0x5A, 0xA5, 10, 0};
     EXPECT_FALSE(wifiMarkerFrameLength(badMark));
-}
-
-TEST(WifiFrames, StatusFrame) {
-    Bytes f = framed(32, true);
-    for (std::size_t i = 0; i < 24; ++i) f[4 + i] = static_cast<std::uint8_t>(i + 1);
-    std::uint8_t status[24] = {};
-    ASSERT_TRUE(parseWifiStatusFrame(f.data(), f.size(), status));
-    EXPECT_EQ(Bytes(status, status + 24), Bytes(f.begin() + 4, f.begin() + 28));
-    f[31] = 0;
-    EXPECT_FALSE(parseWifiStatusFrame(f.data(), f.size(), status));
 }
 
 TEST(ImageStretch, EveryRowIsRepeatedAlsoInPlace) {
