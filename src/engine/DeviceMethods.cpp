@@ -1,5 +1,5 @@
-// Device-link operations of the engine that the link layer does not provide
-// yet. Each answers RV_FAILED until its transport and frame handling land.
+// Opening the USB and Wi-Fi links. Neither transport is available in this
+// build: opening one fails, and calls addressed to them answer "not open".
 #include "engine/VyxPosFunc.h"
 
 int VyxPosFunc::Zelmor_USB_Initialize() { return RV_FAILED; }

@@ -1,6 +1,7 @@
-// The USB and Wi-Fi receiver threads. Each runs from construction to destruction and
-// polls its link's open flag every millisecond while the link is closed, so
-// that destruction joins it within about a millisecond.
+// The USB and Wi-Fi receiver threads (the Ethernet one lives with its link).
+// Each runs from construction to destruction and, while its link is closed,
+// polls every millisecond, so that destruction joins it within about a
+// millisecond.
 #include "engine/VyxPosFunc.h"
 
 #include <chrono>
