@@ -20,8 +20,8 @@ struct LinkFixture {
     LinkFixture() {
         tracker.start("127.0.0.250", 7);
         if (Vyx_API_Initial(&handle) != RV_SUCCESS) throw std::runtime_error("initial");
-        Vyx_SetEthernetConnectIP(handle, 127, 0, 0, 250);
-        if (Vyx_ConnectDevice(handle, Interface_Ethernet, &para) != RV_SUCCESS)
+        if (Vyx_SetEthernetConnectIP(handle, 127, 0, 0, 250) != RV_SUCCESS ||
+            Vyx_ConnectDevice(handle, Interface_Ethernet, &para) != RV_SUCCESS)
             throw std::runtime_error("connect to the virtual tracker failed");
     }
     ~LinkFixture() {

@@ -171,9 +171,10 @@ TEST(StatusDecoding, HardwareCheckTakesTheFirstFailingTest) {
     };
     for (const auto& [value, check] : cases) EXPECT_EQ(hardwareCheckValue(value), check) << value;
 
+    // Decoded from the eight bytes at 4040.
     Bytes f = framed(kMarkerFrameBytes, false);
-    writeU32(f.data() + 4040, static_cast<std::uint32_t>(field(0, 800, 150, 500)));
-    writeU32(f.data() + 4044, static_cast<std::uint32_t>(field(0, 800, 150, 500) >> 32));
+    const std::uint64_t third = field(0, 800, 150, 500);
+    for (std::size_t i = 0; i < 8; ++i) f[4040 + i] = static_cast<std::uint8_t>(third >> (8 * i));
     T_VyxPosStatusInfo s{};
     decodeStatus(f.data(), StatusLayout::First, s);
     EXPECT_EQ(s.HardwareCheck, 3u);

@@ -64,22 +64,20 @@ std::array<double, 9> rotation(double aboutY, double aboutX) {
 TEST(SceneFrames, ReconstructThroughTheHostPipelineToTheScenePoints) {
     // The default rig; with distortion; two sets that differ, interpolated
     // and extrapolated (no table); a table of three different rows.
-    std::vector<std::pair<const char*, DeviceDescription>> rigs(4, {"", defaultDescription()});
-    rigs[0].first = "default";
-    rigs[1].first = "distortion";
+    std::vector<std::pair<const char*, DeviceDescription>> rigs = {
+        {"default", defaultDescription()}, {"distortion", defaultDescription()},
+        {"two sets", defaultDescription()}, {"table", defaultDescription()}};
     for (StereoCalibration* c : {&rigs[1].second.calibration1, &*rigs[1].second.calibration2})
         c->left.distCoeffs = c->right.distCoeffs = {-0.2, 0.08, 2e-4, -1e-4, 0.0};
     for (TemperatureCalibration& row : rigs[1].second.longConfiguration->entries)
         row.cameras = rigs[1].second.calibration1;
     DeviceDescription& twoSets = rigs[2].second;
-    rigs[2].first = "two sets";
     twoSets.longConfiguration.reset();
     twoSets.calibration2->right.rotation = rotation(-0.104, 0.003);
     twoSets.calibration2->right.translation = {500.6, 0.4, -0.3};
     twoSets.zFactor1 = 0.999;
     twoSets.zFactor2 = 1.002;
     DeviceDescription& table = rigs[3].second;
-    rigs[3].first = "table";
     for (int i = 0; i < 3; ++i) {
         TemperatureCalibration& row = table.longConfiguration->entries[static_cast<std::size_t>(i)];
         row.temperature = 15.0 + 15.0 * i;
@@ -231,6 +229,7 @@ cameravalues 3 7
     const std::string text = formatScene(scene);
     const Scene again = parseScene(text);
     EXPECT_EQ(formatScene(again), text);
+    EXPECT_EQ(again.straySeed, 9u);
     for (std::uint64_t frame : {0u, 77u, 1000u}) {
         const auto p = scene.positionsAt(frame), q = again.positionsAt(frame);
         ASSERT_EQ(p.size(), q.size());

@@ -142,7 +142,7 @@ void expectCalibrationAt(const Bytes& d, std::size_t base, const StereoCalibrati
     EXPECT_EQ((at<std::array<double, 3>>(d, base + 392)), c.right.translation);
 }
 
-TEST(ConfigurationReply, BlocksCarryTheDescriptionAtTheirOffsetsWithValidChecksums) {
+TEST(ConfigurationReply, BlocksAndLongFormCarryTheDescriptionAtTheirOffsets) {
     DeviceDescription d = defaultDescription();
     d.modelText = "ZR-C857-ABCDEFGHIJKLMNOP";  // 24 bytes, cut at 20
     d.manufactured = {2031, 11, 29};
@@ -154,6 +154,9 @@ TEST(ConfigurationReply, BlocksCarryTheDescriptionAtTheirOffsetsWithValidChecksu
     d.calibrationTemperature2 = 41.25;
     d.zFactor1 = 0.995;
     d.zFactor2 = 1.004;
+    d.longConfiguration->entries.clear();
+    for (int i = 0; i < 17; ++i)
+        d.longConfiguration->entries.push_back({10.0 + i, numbered(100.0 * i), 1.0 + i / 1000.0});
     Served s("127.0.0.200", d);
 
     const Bytes config = s.host->replyWithin({0x0A});
@@ -174,34 +177,9 @@ TEST(ConfigurationReply, BlocksCarryTheDescriptionAtTheirOffsetsWithValidChecksu
               (std::array<double, 4>{18.5, 41.25, 0.995, 1.004}));
     EXPECT_EQ(s.host->request({0xF8}, 20), text20(d.modelText));
 
-    // A short text is zero-filled, a raw length byte goes out as given, the
-    // reply may differ from the record, and block 2 repeats a lone first set.
-    d.modelText = "QX-MIN";
-    d.modelLengthOverride = 25;
-    d.modelTextReply = "ZR-D640-X";
-    d.calibration2.reset();
-    s.tracker.setDescription(d);
-    const Bytes second = s.host->request({0x0A}, 1024);
-    ASSERT_EQ(second.size(), 1024u);
-    EXPECT_EQ(second[420], 25);
-    EXPECT_EQ(slice(second, 421, 20), text20("QX-MIN"));
-    expectCalibrationAt(second, 512, d.calibration1);
-    EXPECT_TRUE(blockChecksumOk(second, 0));
-    EXPECT_TRUE(blockChecksumOk(second, 512));
-    EXPECT_EQ(s.host->request({0xF8}, 20), text20("ZR-D640-X"));
-}
-
-TEST(ConfigurationReply, LongFormRepeatsTheBlocksAndCarriesTheTable) {
-    DeviceDescription d = defaultDescription();
-    d.longConfiguration->entries.clear();
-    for (int i = 0; i < 17; ++i)
-        d.longConfiguration->entries.push_back({10.0 + i, numbered(100.0 * i), 1.0 + i / 1000.0});
-    Served s("127.0.0.201", d);
-
-    const Bytes shortForm = s.host->request({0x0A}, 1024);
     const Bytes longForm = s.host->replyWithin({0x1A});
     ASSERT_EQ(longForm.size(), 7680u);
-    EXPECT_EQ(slice(longForm, 0, 1024), shortForm);
+    EXPECT_EQ(slice(longForm, 0, 1024), config);
     // Only 15 rows fit (up to byte 7508); the count says how many were written.
     EXPECT_EQ(at<std::int32_t>(longForm, 1024), 15);
     for (std::size_t i = 0; i < 15; ++i) {
@@ -212,13 +190,26 @@ TEST(ConfigurationReply, LongFormRepeatsTheBlocksAndCarriesTheTable) {
     }
     EXPECT_EQ(slice(longForm, 7508, 172), Bytes(172, 0));
 
-    for (std::int32_t raw : {0, -3, 16}) {  // written as given, the rows regardless
+    // Raw counts and length bytes go out as given, a short text is
+    // zero-filled, the reply may differ from the record, and block 2 repeats
+    // a lone first set.
+    d.modelText = "QX-MIN";
+    d.modelLengthOverride = 25;
+    d.modelTextReply = "ZR-D640-X";
+    d.calibration2.reset();
+    for (std::int32_t raw : {0, -3, 16}) {
         d.longConfiguration->entryCountOverride = raw;
         s.tracker.setDescription(d);
         const Bytes overridden = s.host->request({0x1A}, 7680);
         EXPECT_EQ(at<std::int32_t>(overridden, 1024), raw);
         EXPECT_EQ(at<double>(overridden, 1028), 10.0);
+        EXPECT_EQ(overridden[420], 25);
+        EXPECT_EQ(slice(overridden, 421, 20), text20("QX-MIN"));
+        expectCalibrationAt(overridden, 512, d.calibration1);
+        EXPECT_TRUE(blockChecksumOk(overridden, 0));
+        EXPECT_TRUE(blockChecksumOk(overridden, 512));
     }
+    EXPECT_EQ(s.host->request({0xF8}, 20), text20("ZR-D640-X"));
 }
 
 TEST(MarkerFrames, FixedFrameIsLaidOutAtTheDocumentedOffsets) {
@@ -303,7 +294,7 @@ std::pair<std::vector<std::size_t>, Bytes> readImage(RawHost& host, std::uint8_t
     return {sizes, image};
 }
 
-TEST(ImageBlocks, BlocksEndShortAndAFirstRequestStartsTheNextImage) {
+TEST(ImageBlocks, BlockSizesAndWhereEachImageStarts) {
     DeviceDescription d = defaultDescription();
     d.geometry.transferUnit = 1024;
     d.geometry.ethernetGreyCount = 4;
@@ -322,42 +313,41 @@ TEST(ImageBlocks, BlocksEndShortAndAFirstRequestStartsTheNextImage) {
     EXPECT_TRUE(s.host->replyWithin({}, 100ms).empty()) << "the last block carries 1808 bytes";
     EXPECT_EQ(left, expectedImage(ImageCamera::LeftGrey, 0, 10000));
     EXPECT_EQ(right, expectedImage(ImageCamera::RightGrey, 0, 10000));
+    // A first request in mid-image starts the next image; a next request
+    // after the end starts the one after.
     EXPECT_EQ(s.host->request({0xA4}, 4096),
               slice(expectedImage(ImageCamera::LeftGrey, 1, 10000), 0, 4096));
     const auto [sizes, image] = readImage(*s.host, 0xA4, 0x04, 10000, 4096);
     EXPECT_EQ(sizes, (std::vector<std::size_t>{4096, 4096, 1808}));
     EXPECT_EQ(image, expectedImage(ImageCamera::LeftGrey, 2, 10000));
-    // A next request after the end starts the image after.
     EXPECT_EQ(s.host->request({0x04}, 4096),
               slice(expectedImage(ImageCamera::LeftGrey, 3, 10000), 0, 4096));
-}
 
-TEST(ImageBlocks, ZeroGeometryWordsAndSensorModelsGiveTheirBlockSizes) {
-    DeviceDescription d = defaultDescription();
-    d.geometry.transferUnit = 0;         // 1024
-    d.geometry.ethernetGreyCount = 0;    // 32 units
-    d.geometry.ethernetColourCount = 0;  // 60 units
+    // Zero geometry words: 1024-byte units, 32 per grey and 60 per colour block.
+    d.geometry.transferUnit = 0;
+    d.geometry.ethernetGreyCount = 0;
+    d.geometry.ethernetColourCount = 0;
     d.greyImageBytes = 40000;
     d.colourImageBytes = 70000;
-    Served s("127.0.0.205", d);
+    s.tracker.setDescription(d);
     const auto [colourSizes, colour] = readImage(*s.host, 0xA1, 0x01, 70000, 61440);
     EXPECT_EQ(colourSizes, (std::vector<std::size_t>{61440, 8560}));
     EXPECT_EQ(colour, expectedImage(ImageCamera::Colour, 0, 70000));
     const auto [greySizes, grey] = readImage(*s.host, 0xA8, 0x08, 40000, 32768);
     EXPECT_EQ(greySizes, (std::vector<std::size_t>{32768, 7232}));
-    EXPECT_EQ(grey, expectedImage(ImageCamera::RightGrey, 0, 40000));
+    EXPECT_EQ(grey, expectedImage(ImageCamera::RightGrey, 1, 40000));
 
     const struct {
         const char* model;
         std::size_t imageBytes, blocks, lastBlock;
     } sensors[] = {{"ZR-C857-LARGE", 5102208, 156, 23168}, {"ZR-C544-MEDIUM", 1275552, 39, 30368}};
-    std::uint32_t index = 0;
+    std::uint32_t index = 4;  // left images served so far
     for (const auto& sensor : sensors) {
         s.tracker.setDescription(descriptionForModel(sensor.model));
-        const auto [sizes, image] = readImage(*s.host, 0xA4, 0x04, sensor.imageBytes, 32768);
-        ASSERT_EQ(sizes.size(), sensor.blocks) << sensor.model;
-        EXPECT_EQ(sizes.back(), sensor.lastBlock);
-        EXPECT_EQ(image, expectedImage(ImageCamera::LeftGrey, index++, sensor.imageBytes));
+        const auto [blocks, bytes] = readImage(*s.host, 0xA4, 0x04, sensor.imageBytes, 32768);
+        ASSERT_EQ(blocks.size(), sensor.blocks) << sensor.model;
+        EXPECT_EQ(blocks.back(), sensor.lastBlock);
+        EXPECT_EQ(bytes, expectedImage(ImageCamera::LeftGrey, index++, sensor.imageBytes));
     }
 }
 
