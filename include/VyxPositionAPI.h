@@ -231,12 +231,49 @@ VYX_API int Vyx_FindToolInfo(VyxHandle handle, T_MarkerInfo* markers, T_VyxToolD
 VYX_API int Vyx_FindSingleToolInfo(VyxHandle handle, T_MarkerInfo* markers, const char* name,
                                    T_VyxSingleToolDataResult* result, int minMatch);
 
-/* Makes the named tool the reference: markers are then reported in its frame. */
+/*
+ * Reference tool: a library tool (for instance one fixed to the patient) whose
+ * frame replaces the tracker's. Vyx_SetReferenceTool keeps its own copy of the
+ * named tool (the first of that name), so reloading the tool library leaves the
+ * reference intact. From then on every frame delivered by Vyx_GetMarkerInfo and
+ * the triggered calls has its markers expressed in the reference tool's frame
+ * whenever the reference is recognised in that frame; when it is not, the
+ * frame stays in tracker coordinates. To tell which, look for the reference
+ * itself in the frame: Vyx_FindSingleToolInfo with its name finds it at the
+ * identity pose in a re-expressed frame, and not at all when it was not seen.
+ * Returns 0; -1 when the library is empty or holds no tool of exactly that
+ * name (the previous reference, if any, stays).
+ */
 VYX_API int Vyx_SetReferenceTool(VyxHandle handle, const char* name);
+/* Ends the reference: frames are in tracker coordinates again. Returns 0. */
 VYX_API int Vyx_CancelRef(VyxHandle handle);
 
 /* ---- Tool calibration procedures ---------------------------------------- */
 
+/*
+ * Tip calibration against a calibrator (a tool of kind 'C' whose tip section
+ * describes its hole: the bottom, then a point up the hole's axis). The user
+ * rests the tool's tip in the hole with both in view; each Proceed call takes
+ * one frame, recognises the calibrator and then the tool among the markers
+ * left over, and expresses the hole in the tool's frame. A frame counts when
+ * its tool fit error lies within 0.25 mm of the mean error of the frames
+ * counted so far; after 200 counted frames the tool's tip and second point
+ * become the mean hole position of the counted frames whose error was below
+ * the running threshold, and tracking uses them at once. Save writes the tip
+ * section of the tool's file.
+ *
+ * Init by library positions (-1 if either is negative or not below the tool
+ * count), or by names in either order: one must name a tool ('T'), the other a
+ * calibrator ('C'); where names repeat, the last definition wins; -1 otherwise.
+ * Init zeroes the tool's tip in memory and starts over.
+ * Proceed: the caller clears info->frameAccepted before each call. Returns 0
+ * (the flags tell what was recognised and counted), -1 when the frame holds
+ * fewer than 3 or more than 199 markers or fewer than 3 are left for the tool.
+ * info->finished becomes 1 on the 200th counted frame, with meanError and
+ * tipDistanceStdDev (spread of the tip-to-first-marker distance, mm).
+ * Save: 0, or -1 when the tool file cannot be rewritten. It does not check
+ * that the calibration finished.
+ */
 VYX_API int Vyx_InitToolTipCalibration(VyxHandle handle, int calibratorIndex, int toolIndex);
 VYX_API int Vyx_InitToolTipCalibrationWithToolId(VyxHandle handle, const char* name1,
                                                  const char* name2);
@@ -250,6 +287,29 @@ VYX_API int Vyx_ProceedToolCoordinateRenew(VyxHandle handle, T_MarkerInfo* marke
                                            t_ToolTipCalProInfo* info);
 VYX_API int Vyx_SaveToolCoordinateRenew(VyxHandle handle);
 
+/*
+ * Pivot calibration: the user rests the tool's tip in a fixed dimple and
+ * swings the tool about it. Each Proceed call adds the tool's pose in one
+ * frame (frames where it is not recognised add nothing); the 200th pose solves
+ * R_i t + T_i = P in the least-squares sense for the tip t (tool frame) and
+ * the pivot point P, stores t as the tool's tip in memory at once, and reports
+ * pivotError, the mean |R_i t + T_i - P| (mm). The poses should tilt the shaft
+ * by 15 degrees or more in several directions; Vyx_GetToolTipPivotQuality
+ * tells whether they did.
+ *
+ * Init: by name (where names repeat, the last definition wins); zeroes the tip
+ * in memory, and the second tip-section point too when resetAxis is non-zero.
+ * -1 for an empty library or an unknown name.
+ * Proceed: 0; -1 when the tool is not in the frame, and -1 for every call once
+ * finished, until the next Init.
+ * Save: rewrites the tip section of the tool's file. mode 1: the result is the
+ * tip, the file's second point is kept unless it is (0, 0, 0), in which case
+ * the one in memory is written; mode 2: the result becomes the second point,
+ * the file's tip is kept unless it is (0, 0, 0), in which case the points in
+ * memory are written (the result first). Any other mode leaves only the count.
+ * -1 when the tool is gone from the library or its file cannot be read or
+ * written.
+ */
 VYX_API int Vyx_InitToolTipPivotWithToolId(VyxHandle handle, const char* name, int resetAxis);
 VYX_API int Vyx_ProceedToolTipPivot(VyxHandle handle, T_MarkerInfo* markers,
                                     T_ToolTipPivotInfo* info);
@@ -278,7 +338,19 @@ VYX_API int Vyx_SaveToolMadeRlt(VyxHandle handle, int save);
 
 /* ---- Registration and robot --------------------------------------------- */
 
-/* Point set (count >= 3 points of x, y, z) to be found among the markers. */
+/*
+ * Marker-space registration: finds a point set given in another space (for
+ * instance fiducials planned in an image volume) among a frame's markers.
+ * Init hands over count >= 3 points (x, y, z, mm) once; they replace any
+ * earlier set and are matched with a fixed distance tolerance of 1.8 mm,
+ * whatever Vyx_SetToolFindOffset holds. Mapping treats the set as a tool
+ * named "" and recognises it in the frame: result gets the transform from the
+ * point set's space into the tracker's (rotation, translation, fit error,
+ * matched marker per point), as for a tool; result->next is not touched.
+ * Mapping returns 0 when the set was found, -1 when it was not (result says
+ * not valid), when no set was handed over, or when the frame holds fewer than
+ * 3 or more than 199 markers.
+ */
 VYX_API int Vyx_InitMappingPointSetsForMarkerSpaceReg(VyxHandle handle, const float (*points)[3],
                                                       int count);
 VYX_API int Vyx_MappingPointSetsForMarkerSpaceReg(VyxHandle handle, T_MarkerInfo* markers,
@@ -286,6 +358,17 @@ VYX_API int Vyx_MappingPointSetsForMarkerSpaceReg(VyxHandle handle, T_MarkerInfo
 VYX_API int Vyx_SetRobotCalculateRlt(VyxHandle handle, const double (*first)[4],
                                      const double (*second)[4], const char* name);
 VYX_API int Vyx_CalculateRobotTargetPose(VyxHandle handle, const double (*pose)[3], float* target);
+
+/* ---- Extensions ---------------------------------------------------------- */
+
+/*
+ * Extension: the quality of the last finished pivot calibration (see
+ * T_ToolTipPivotQuality and E_PivotVerdict). It reports on the same 200 poses
+ * as the pivot's own result, solved again in double precision, and changes
+ * nothing. Returns 0; -1 when quality is null or no pivot calibration has
+ * finished since the last Vyx_InitToolTipPivotWithToolId.
+ */
+VYX_API int Vyx_GetToolTipPivotQuality(VyxHandle handle, T_ToolTipPivotQuality* quality);
 
 #ifdef __cplusplus
 } /* extern "C" */
@@ -310,7 +393,16 @@ VYX_API int Vyx_FindToolInfo_Map(VyxHandle handle, T_MarkerInfo* markers,
                                  std::map<std::string, T_VyxToolDataResult*>& results,
                                  int minMatch);
 
-/* As Vyx_FindToolInfo_Map, with poses expressed in the reference tool's frame. */
+/*
+ * As Vyx_FindToolInfo_Map, with the found tools' poses, origins and tips
+ * expressed in the reference tool's frame. When the reference is not in the
+ * frame, the call still returns 0 and the poses stay in tracker coordinates:
+ * put the reference tool's own name among the names to tell, since it is then
+ * in the map (at the identity pose) exactly when it was seen. Frames delivered
+ * while the reference is set are already in its frame, and give the same
+ * answer. Returns -1 when no reference is set, the names are empty or
+ * minMatch is negative, 1 or 2.
+ */
 VYX_API int Vyx_GetToolInfoInRef(VyxHandle handle, T_MarkerInfo* markers,
                                  std::vector<std::string>& names,
                                  std::map<std::string, T_VyxToolDataResult*>& results,

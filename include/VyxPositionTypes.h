@@ -270,6 +270,43 @@ typedef struct T_ToolTipPivotInfo {
     float pivotError; /* on the completing frame: mean pivot residual, mm */
 } T_ToolTipPivotInfo;
 
+/*
+ * Extension: verdict on a finished pivot calibration (Vyx_GetToolTipPivotQuality).
+ * Checked in this order; the first that applies is the verdict.
+ */
+typedef VYX_ENUM(E_PivotVerdict) {
+    PivotVerdict_Good = 0,              /* none of the below */
+    PivotVerdict_Singular = 1,          /* the poses leave the tip undetermined (rotation about one axis only) */
+    PivotVerdict_TooLittleRotation = 2, /* the shaft swung through less than 15 degrees */
+    PivotVerdict_ResidualTooHigh = 3    /* RMS residual above 1 mm: the tip slipped or the tool bent */
+} E_PivotVerdict;
+
+/*
+ * Extension: quality of a finished pivot calibration, computed from the same
+ * 200 poses as the result that T_ToolTipPivotInfo reports, which it leaves
+ * untouched. Each pose i (R_i, T_i: tool into tracker coordinates) gives the
+ * three equations R_i t + T_i = P in the tip t (tool frame) and the pivot
+ * point P (tracker frame); here the 600 x 6 system is solved in double
+ * precision by singular value decomposition.
+ */
+typedef struct T_ToolTipPivotQuality {
+    double TipPoint[3];          /* t, tool frame, mm */
+    double PivotPoint[3];        /* P, tracker frame (or reference tool frame, as the frames were), mm */
+    float RmsResidual;           /* root mean square of |R_i t + T_i - P| over the poses, mm */
+    float MaxResidual;           /* largest |R_i t + T_i - P|, mm */
+    int32_t OutlierCount;        /* poses whose residual exceeds 3 x RmsResidual */
+    int32_t PoseCount;           /* poses used: 200 */
+    float AngularSpreadDeg;      /* largest angle between two of the tool's orientations, degrees */
+    float ShaftSpreadDeg;        /* largest angle between two directions of the shaft (pivot point to
+                                    tool origin), degrees; twisting the tool about its shaft does not
+                                    count, since it leaves the tip along the shaft undetermined */
+    float SmallestSingularValue; /* smallest singular value of the 600 x 6 system (largest is about 20) */
+    float TipPrecision;          /* predicted 1-sigma error of t, mm: sqrt(s^2 trace((A^T A)^-1) over t),
+                                    s^2 = sum of squared residuals / (600 - 6) */
+    float PivotPrecision;        /* the same for P, mm */
+    int32_t Verdict;             /* E_PivotVerdict */
+} T_ToolTipPivotQuality;
+
 /* Progress of a tool self-calibration. */
 typedef struct t_ToolFixProInfo {
     bool frameUsed;

@@ -65,6 +65,12 @@ VYX_API int Vyx_SaveToolTipPivot(VyxHandle handle, int mode) {
     return connectedCall(handle, [&](VyxPosFunc& e) { return e.Zelmor_SaveToolTipPivot(mode); });
 }
 
+VYX_API int Vyx_GetToolTipPivotQuality(VyxHandle handle, T_ToolTipPivotQuality* quality) {
+    return connectedCall(handle, quality != nullptr, [&](VyxPosFunc& e) {
+        return e.Zelmor_GetToolTipPivotQuality(*quality);
+    });
+}
+
 VYX_API int Vyx_InitToolSelfCalibration(VyxHandle handle, int toolIndex, int* markerCount) {
     return connectedCall(handle, toolIndex >= 0 && markerCount != nullptr, [&](VyxPosFunc& e) {
         return e.Zelmor_InitToolSelfCalibration(toolIndex, *markerCount);

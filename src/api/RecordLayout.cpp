@@ -115,6 +115,21 @@ VYX_ASSERT_OFFSET(T_ToolTipPivotInfo, progress, 4);
 VYX_ASSERT_OFFSET(T_ToolTipPivotInfo, pivotError, 8);
 static_assert(sizeof(T_ToolTipPivotInfo) == 12, "T_ToolTipPivotInfo size");
 
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, TipPoint, 0);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, PivotPoint, 24);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, RmsResidual, 48);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, MaxResidual, 52);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, OutlierCount, 56);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, PoseCount, 60);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, AngularSpreadDeg, 64);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, ShaftSpreadDeg, 68);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, SmallestSingularValue, 72);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, TipPrecision, 76);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, PivotPrecision, 80);
+VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, Verdict, 84);
+static_assert(sizeof(T_ToolTipPivotQuality) == 88, "T_ToolTipPivotQuality size");
+static_assert(sizeof(E_PivotVerdict) == 4, "enumerations are 32-bit");
+
 VYX_ASSERT_OFFSET(t_ToolFixProInfo, frameUsed, 0);
 VYX_ASSERT_OFFSET(t_ToolFixProInfo, frameCounted, 1);
 VYX_ASSERT_OFFSET(t_ToolFixProInfo, frameCount, 4);

@@ -1,14 +1,44 @@
 // Calibration, accuracy-check, registration and robot operations of the
-// engine that are not built yet. Each answers RV_FAILED until its procedure
-// lands.
+// engine: thin glue over the procedures in src/calibration and src/tracking.
+// Those not built yet answer RV_FAILED until their procedure lands.
 #include "engine/VyxPosFunc.h"
 
-int VyxPosFunc::Zelmor_CalibrationToolTipInit(int, int) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_CalibrationToolTipInit(const char*, const char*) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_CalibrationToolTipInfo(T_MarkerInfo&, t_ToolTipCalProInfo&) {
-    return RV_FAILED;
+int VyxPosFunc::Zelmor_CalibrationToolTipInit(int calibratorIndex, int toolIndex) {
+    return tipCalibration_.init(toolLibrary_, tipProgress_, calibratorIndex, toolIndex);
 }
-int VyxPosFunc::Zelmor_SaveToolTipCalibration() { return RV_FAILED; }
+
+int VyxPosFunc::Zelmor_CalibrationToolTipInit(const char* name1, const char* name2) {
+    return tipCalibration_.init(toolLibrary_, tipProgress_, name1, name2);
+}
+
+int VyxPosFunc::Zelmor_CalibrationToolTipInfo(T_MarkerInfo& markers, t_ToolTipCalProInfo& info) {
+    return tipCalibration_.proceed(toolLibrary_, tipProgress_, markers, info,
+                                   toolFindOffset_.load(std::memory_order_relaxed));
+}
+
+int VyxPosFunc::Zelmor_SaveToolTipCalibration() {
+    return ToolTipCalibration::save(toolLibrary_, tipProgress_);
+}
+
+int VyxPosFunc::Zelmor_PivotToolTipInit(const char* name, bool resetAxis) {
+    return pivotCalibration_.init(toolLibrary_, tipProgress_, name, resetAxis);
+}
+
+int VyxPosFunc::Zelmor_PivotToolTipInfo(T_MarkerInfo& markers, T_ToolTipPivotInfo& info) {
+    const auto recognise = [&](const std::string& name, T_VyxToolDataResult& result) {
+        return Zelmor_FindSpecificToolInfo(markers, {name}, &result, 0);
+    };
+    return pivotCalibration_.proceed(toolLibrary_, tipProgress_, recognise, info);
+}
+
+int VyxPosFunc::Zelmor_SaveToolTipPivot(int mode) {
+    return PivotCalibration::save(toolLibrary_, tipProgress_, mode);
+}
+
+int VyxPosFunc::Zelmor_GetToolTipPivotQuality(T_ToolTipPivotQuality& quality) {
+    return pivotCalibration_.quality(quality) ? RV_SUCCESS : RV_FAILED;
+}
+
 int VyxPosFunc::Zelmor_CalibrationToolCoordinateRenewInit(const char*, const char*) {
     return RV_FAILED;
 }
@@ -16,9 +46,6 @@ int VyxPosFunc::Zelmor_CalibrationToolCoordinateRenew(T_MarkerInfo&, t_ToolTipCa
     return RV_FAILED;
 }
 int VyxPosFunc::Zelmor_SaveToolCoordinateRenew() { return RV_FAILED; }
-int VyxPosFunc::Zelmor_PivotToolTipInit(const char*, bool) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_PivotToolTipInfo(T_MarkerInfo&, T_ToolTipPivotInfo&) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_SaveToolTipPivot(int) { return RV_FAILED; }
 int VyxPosFunc::Zelmor_InitToolSelfCalibration(int, int&) { return RV_FAILED; }
 int VyxPosFunc::Zelmor_InitToolSelfCalibration(const char*, int&) { return RV_FAILED; }
 int VyxPosFunc::Zelmor_CalibrateToolSelf(T_MarkerInfo&, t_ToolFixProInfo&) { return RV_FAILED; }
@@ -39,13 +66,18 @@ int VyxPosFunc::Zelmor_AccuracyToolMade(double**, int) { return RV_FAILED; }
 int VyxPosFunc::Zelmor_InitToolMadeInfo(int, const char*) { return RV_FAILED; }
 int VyxPosFunc::Zelmor_ProceedToolMade(T_MarkerInfo&, t_ToolMadeProInfo&) { return RV_FAILED; }
 int VyxPosFunc::Zelmor_SaveToolMadeRlt(bool) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_InitMappingPointSetsForMarkerSpaceReg(const float (*)[3], int, float) {
-    return RV_FAILED;
+int VyxPosFunc::Zelmor_InitMappingPointSetsForMarkerSpaceReg(const float (*points)[3], int count,
+                                                             float tolerance) {
+    return markerSpaceRegistration_.init(points, count, tolerance);
 }
-int VyxPosFunc::Zelmor_MappingPointSetsForMarkerSpaceReg(T_MarkerInfo&, T_VyxToolDataResult*,
-                                                         int) {
-    return RV_FAILED;
+
+int VyxPosFunc::Zelmor_MappingPointSetsForMarkerSpaceReg(T_MarkerInfo& markers,
+                                                         T_VyxToolDataResult* result,
+                                                         int minMatch) {
+    if (result == nullptr) return RV_FAILED;
+    return markerSpaceRegistration_.map(markers, *result, minMatch, recognitionSettings());
 }
+
 int VyxPosFunc::Zelmor_SetRobotCalculateRlt(const double (*)[4], const double (*)[4],
                                             const char*) {
     return RV_FAILED;

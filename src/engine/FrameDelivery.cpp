@@ -56,6 +56,10 @@ void VyxPosFunc::getMarkerStruct(const std::uint8_t* markerOrigin, T_MarkerInfo&
         CalculateMlrRT_SEF();
         Zelmor_Calculate3DPoints(left.data(), static_cast<int>(leftCount), right.data(),
                                  static_cast<int>(rightCount), markers);
+        // With a reference tool set and seen, the frame is delivered in its frame.
+        cv::Matx44d reference;
+        if (reference_.isSet() && Zelmor_GetRefToolTrans(markers, reference, 0) == RV_SUCCESS)
+            reexpressMarkers(markers, reference);
     }
 }
 

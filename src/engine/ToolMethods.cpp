@@ -1,5 +1,5 @@
-// The tool library and tool recognition as the engine offers them. The
-// reference tool is not available in this build: setting one fails.
+// The tool library, tool recognition and the reference tool as the engine
+// offers them.
 #include "engine/VyxPosFunc.h"
 
 #include "tools/RomConversion.h"
@@ -79,9 +79,28 @@ int VyxPosFunc::Zelmor_FindToolInfo_Map(T_MarkerInfo& markers, std::vector<std::
     return rc;
 }
 
-int VyxPosFunc::Zelmor_SetReferenceTool(const char*) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_GetToolInfoInRef(T_MarkerInfo&, std::vector<std::string>&,
-                                        std::map<std::string, T_VyxToolDataResult*>&, int) {
-    return RV_FAILED;
+int VyxPosFunc::Zelmor_SetReferenceTool(const char* name) {
+    return reference_.set(toolLibrary_, name);
 }
-int VyxPosFunc::Zelmor_CancelRef() { return RV_FAILED; }
+
+int VyxPosFunc::Zelmor_GetRefToolTrans(T_MarkerInfo& markers, cv::Matx44d& transform,
+                                       int minMatch) {
+    return reference_.transform(markers, transform, minMatch, recognitionSettings());
+}
+
+int VyxPosFunc::Zelmor_GetToolInfoInRef(T_MarkerInfo& markers, std::vector<std::string>& names,
+                                        std::map<std::string, T_VyxToolDataResult*>& results,
+                                        int minMatch) {
+    if (!reference_.isSet()) return RV_FAILED;
+    cv::Matx44d pose;
+    Zelmor_GetRefToolTrans(markers, pose, minMatch);
+    Zelmor_FindToolInfo_Map(markers, names, results, minMatch);
+    const cv::Matx44d inverse = pose.inv(cv::DECOMP_LU);
+    for (auto& entry : results) reexpressResult(*entry.second, inverse);
+    return RV_SUCCESS;
+}
+
+int VyxPosFunc::Zelmor_CancelRef() {
+    reference_.cancel();
+    return RV_SUCCESS;
+}

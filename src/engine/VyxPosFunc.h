@@ -5,6 +5,8 @@
 #pragma once
 
 #include "VyxPositionTypes.h"
+#include "calibration/PivotCalibration.h"
+#include "calibration/ToolTipCalibration.h"
 #include "camera/CameraParameters.h"
 #include "camera/StereoCompensation.h"
 #include "device/DeviceGeometry.h"
@@ -13,6 +15,8 @@
 #include "device/WireProtocol.h"
 #include "engine/LinkState.h"
 #include "tools/ToolLibrary.h"
+#include "tracking/MarkerSpaceRegistration.h"
+#include "tracking/ReferenceTool.h"
 #include "tracking/ToolRecognition.h"
 
 #include <array>
@@ -149,6 +153,9 @@ public:
                                 std::map<std::string, T_VyxToolDataResult*>& results,
                                 int minMatch);
     int Zelmor_SetReferenceTool(const char* name);
+    // The reference tool's pose in the frame (identity and -1 when it is not
+    // set or not seen).
+    int Zelmor_GetRefToolTrans(T_MarkerInfo& markers, cv::Matx44d& transform, int minMatch);
     int Zelmor_GetToolInfoInRef(T_MarkerInfo& markers, std::vector<std::string>& names,
                                 std::map<std::string, T_VyxToolDataResult*>& results,
                                 int minMatch);
@@ -165,6 +172,8 @@ public:
     int Zelmor_PivotToolTipInit(const char* name, bool resetAxis);
     int Zelmor_PivotToolTipInfo(T_MarkerInfo& markers, T_ToolTipPivotInfo& info);
     int Zelmor_SaveToolTipPivot(int mode);
+    // Extension: the quality report of the last finished pivot calibration.
+    int Zelmor_GetToolTipPivotQuality(T_ToolTipPivotQuality& quality);
     int Zelmor_InitToolSelfCalibration(int toolIndex, int& markerCount);
     int Zelmor_InitToolSelfCalibration(const char* name, int& markerCount);
     int Zelmor_CalibrateToolSelf(T_MarkerInfo& markers, t_ToolFixProInfo& info);
@@ -275,6 +284,16 @@ private:
     T_VyxToolDataResult mapFirstResult_{};
     bool pointMatchOptimize_ = true;
     E_RTDirection rtDirection_ = RTDirection_ToolToTracker;
+
+    // The reference tool (its own copy of the chosen tool record).
+    ReferenceTool reference_;
+    // Tip and pivot calibration, which share the tool, the frame count, the
+    // finished flag and the progress.
+    ToolTipProgress tipProgress_;
+    ToolTipCalibration tipCalibration_;
+    PivotCalibration pivotCalibration_;
+    // The host's point set for marker-space registration.
+    MarkerSpaceRegistration markerSpaceRegistration_;
 
     // Receiver threads, started in this order and joined in this order.
     std::thread usbThread_;

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iomanip>
@@ -11,6 +12,7 @@
 #include <locale>
 #include <sstream>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -218,27 +220,92 @@ int writeToolFileFull(T_ToolPtMatchInfo& info) {
     return replaceFileText(info.filePath, text.str()) ? 1 : 0;
 }
 
-int rewriteToolTipSection(const T_ToolPtMatchInfo& info) {
-    if (info.markerCount < 1) return 0;
-    std::FILE* file = std::fopen(info.filePath.c_str(), "r");
-    if (file == nullptr) return 0;
+namespace {
 
-    const int keptLines = info.markerCount + 3;
-    std::string head;
+// Reads the file as lines of at most kLineBufferBytes - 1 bytes (a longer
+// line counts as several): the first keptLines into head (ending in a line
+// feed), the rest into tail. False when the file cannot be opened or holds
+// fewer than keptLines lines.
+bool readToolFileLines(const std::string& path, int keptLines, std::string& head,
+                       std::vector<std::string>* tail) {
+    std::FILE* file = std::fopen(path.c_str(), "r");
+    if (file == nullptr) return false;
     char line[kLineBufferBytes];
     int linesRead = 0;
-    while (linesRead < keptLines && std::fgets(line, sizeof line, file) != nullptr) {
-        head += line;
-        ++linesRead;
+    while (std::fgets(line, sizeof line, file) != nullptr) {
+        if (linesRead < keptLines) {
+            head += line;
+            ++linesRead;
+        } else if (tail != nullptr) {
+            tail->emplace_back(line);
+        } else {
+            break;
+        }
     }
     std::fclose(file);
-    if (linesRead < keptLines) return 0;
+    if (linesRead < keptLines) return false;
     if (head.back() != '\n') head += '\n';
+    return true;
+}
 
+bool isZeroPoint(const double* p) { return p[0] == 0.0 && p[1] == 0.0 && p[2] == 0.0; }
+
+}  // namespace
+
+int rewriteToolTipSection(const T_ToolPtMatchInfo& info) {
+    if (info.markerCount < 1) return 0;
+    std::string head;
+    if (!readToolFileLines(info.filePath, info.markerCount + 3, head, nullptr)) return 0;
     std::ostringstream text = makeFileTextStream();
     text << head;
     writeTipSection(text, info);
     return replaceFileText(info.filePath, text.str()) ? 1 : 0;
+}
+
+bool rewritePivotTipSection(const T_ToolPtMatchInfo& info, int mode) {
+    if (info.markerCount < 1) return false;
+    std::string head;
+    std::vector<std::string> tail;
+    if (!readToolFileLines(info.filePath, info.markerCount + 3, head, &tail)) return false;
+
+    // The old tip section: the numbers of every line but a bare count "2".
+    double old[6] = {0, 0, 0, 0, 0, 0};
+    int values = 0;
+    for (std::string& line : tail) {
+        while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+        if (line == "2") continue;
+        std::istringstream tokens(line);
+        tokens.imbue(std::locale::classic());
+        std::string token;
+        while (values < 6 && tokens >> token) {
+            char* end = nullptr;
+            const double value = std::strtod(token.c_str(), &end);
+            old[values++] = end == token.c_str() ? std::numeric_limits<double>::quiet_NaN() : value;
+        }
+    }
+
+    float memory[6] = {0, 0, 0, 0, 0, 0};
+    for (std::size_t k = 0; k < 6 && k < info.tipPoints.size(); ++k) memory[k] = info.tipPoints[k];
+    float rows[6];
+    std::copy_n(memory, 6, rows);
+    if (mode == 1 && !isZeroPoint(old + 3)) {
+        for (int k = 0; k < 3; ++k) rows[3 + k] = static_cast<float>(old[3 + k]);
+    } else if (mode == 2 && !isZeroPoint(old)) {
+        for (int k = 0; k < 3; ++k) {
+            rows[k] = static_cast<float>(old[k]);
+            rows[3 + k] = memory[k];
+        }
+    }
+
+    std::ostringstream text = makeFileTextStream();
+    text << head << 2 * info.tipPairCount << '\n';
+    if (mode == 1 || mode == 2) {
+        writePointLine(text, rows);
+        text << '\n';
+        writePointLine(text, rows + 3);
+        text << '\n';
+    }
+    return replaceFileText(info.filePath, text.str());
 }
 
 int WrtieFormatToolInfoFronCache(const T_ToolCoorSysInfo* cache) {

@@ -111,6 +111,24 @@ int writeToolFileFull(T_ToolPtMatchInfo& info);
 // kept, or the record's count is below 1.
 int rewriteToolTipSection(const T_ToolPtMatchInfo& info);
 
+// Rewrites the tip section of info's file with a pivot result, merging the
+// points in memory with those the file holds. The first markerCount + 3 lines
+// are kept verbatim (1024-byte line buffer); of the rest, a line reading
+// exactly "2" is dropped and the numbers of the others are the old tip
+// section: values 1-3 the old tip, 4-6 the old second point (missing values
+// count as 0; a token that is not a number counts as present, NaN). Then the
+// count 2 * tipPairCount and two rows by mode:
+//   1 (the result is the tip): the tip from memory, then the old second point,
+//     or the one in memory when the old one is (0, 0, 0);
+//   2 (the result is the second point): the old tip, then the tip from memory
+//     as the second point; or, when the old tip is (0, 0, 0), both points
+//     from memory;
+//   any other: no rows.
+// Values as "%f", one blank apart. Returns true when written; false, with the
+// file untouched, when it cannot be read or holds fewer lines than kept, or the
+// record's count is below 1; false after truncation when writing fails.
+bool rewritePivotTipSection(const T_ToolPtMatchInfo& info, int mode);
+
 // Writes the cached tool to cache->filePath in the file layout, each marker
 // line carrying that marker's own mask and the tip-section count 2. Returns 1
 // when written; 0 for a null or inconsistent cache (name empty, over 199

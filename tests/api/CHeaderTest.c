@@ -17,6 +17,7 @@ _Static_assert(sizeof(T_VyxToolDataResult) == 1168, "T_VyxToolDataResult size as
 _Static_assert(sizeof(T_VyxSingleToolDataResult) == 1156, "flat result size as seen from C");
 _Static_assert(sizeof(t_ToolTipCalProInfo) == 16, "t_ToolTipCalProInfo size as seen from C");
 _Static_assert(sizeof(T_ToolTipPivotInfo) == 12, "T_ToolTipPivotInfo size as seen from C");
+_Static_assert(sizeof(T_ToolTipPivotQuality) == 88, "T_ToolTipPivotQuality size as seen from C");
 _Static_assert(sizeof(t_ToolFixProInfo) == 16, "t_ToolFixProInfo size as seen from C");
 _Static_assert(sizeof(t_ToolMadeProInfo) == 16, "t_ToolMadeProInfo size as seen from C");
 _Static_assert(sizeof(E_Interface) == 4 && sizeof(E_DataType) == 4, "enumerations are 32-bit");
