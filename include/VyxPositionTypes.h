@@ -301,8 +301,9 @@ typedef struct T_ToolTipPivotQuality {
                                     tool origin), degrees; twisting the tool about its shaft does not
                                     count, since it leaves the tip along the shaft undetermined */
     float SmallestSingularValue; /* smallest singular value of the 600 x 6 system (largest is about 20) */
-    float TipPrecision;          /* predicted 1-sigma error of t, mm: sqrt(s^2 trace((A^T A)^-1) over t),
-                                    s^2 = sum of squared residuals / (600 - 6) */
+    float TipPrecision;          /* predicted 1-sigma error of t, mm: the square root of the trace of
+                                    t's covariance, (A^T A)^-1 (sum_i A_i^T S A_i) (A^T A)^-1, with S the
+                                    3 x 3 covariance of the residuals and A_i the rows of pose i */
     float PivotPrecision;        /* the same for P, mm */
     int32_t Verdict;             /* E_PivotVerdict */
 } T_ToolTipPivotQuality;

@@ -39,6 +39,19 @@ Point3 rotateAbout(const Point3& p, const Point3& k, double angle) {
             p.z * c + cross.z * s + k.z * dot * (1.0 - c)};
 }
 
+Point3 unitOf(const Point3& v) {
+    const double length = norm(v);
+    return {v.x / length, v.y / length, v.z / length};
+}
+
+// The fixed axis a pivot tilts its shaft about: perpendicular to the unit
+// shaft direction `a`, from a x (1, 0, 0), or from a x (0, 1, 0) when `a`
+// lies too close to the x axis for that cross product to be well defined.
+Point3 pivotTiltAxis(const Point3& a) {
+    if (std::abs(a.x) > 0.9) return unitOf({-a.z, 0.0, a.x});
+    return unitOf({0.0, a.z, -a.y});
+}
+
 bool rasterOrder(const ImagePoint& a, const ImagePoint& b) {
     return a.y != b.y ? a.y < b.y : a.x < b.x;
 }
@@ -73,6 +86,14 @@ std::string describe(const Motion& motion) {
                  << motion.periodSeconds << " s";
             return text.str();
         }
+        case Motion::Kind::Pivot: {
+            std::ostringstream text;
+            text << "pivoting about " << vector3(motion.centre) << " on a cone of "
+                 << motion.halfAngleRad << " rad about " << vector3(motion.axis) << " at "
+                 << motion.precessionRadPerSecond << " rad/s, spinning "
+                 << motion.spinRadPerSecond << " rad/s";
+            return text.str();
+        }
     }
     return "";
 }
@@ -81,6 +102,39 @@ std::size_t oneCameraCount(const std::vector<SceneMarker>& markers) {
     return static_cast<std::size_t>(std::count_if(
         markers.begin(), markers.end(),
         [](const SceneMarker& m) { return m.visibility != Visibility::Both; }));
+}
+
+// Index of the body that carries body `index` (the nearest earlier body of
+// that name), or `index` itself when it moves on its own.
+std::size_t carrierIndex(const Scene& scene, std::size_t index) {
+    if (index >= scene.bodies.size())
+        throw std::out_of_range("body index " + std::to_string(index) + " beyond the " +
+                                std::to_string(scene.bodies.size()) + " bodies of the scene");
+    const RigidBody& body = scene.bodies[index];
+    if (body.attachedTo.empty()) return index;
+    for (std::size_t i = index; i-- > 0;)
+        if (scene.bodies[i].name == body.attachedTo) return i;
+    if (body.attachedTo == body.name)
+        throw std::invalid_argument("body '" + body.name + "' is attached to itself");
+    throw std::invalid_argument("body '" + body.name + "' is attached to '" + body.attachedTo +
+                                "', which is not an earlier body");
+}
+
+bool isFinite(const Point3& p) {
+    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+}
+
+void checkPivot(const RigidBody& body) {
+    const Motion& m = body.motion;
+    if (!isFinite(m.axis) || !(norm(m.axis) > 0.0) || !isFinite(m.centre))
+        throw std::invalid_argument("body '" + body.name +
+                                    "' pivots about a zero or non-finite axis or point");
+    if (!(m.halfAngleRad >= 0.0 && m.halfAngleRad < kTwoPi / 4.0))
+        throw std::invalid_argument("body '" + body.name + "' pivots with a half-angle of " +
+                                    std::to_string(m.halfAngleRad) +
+                                    " rad, outside [0, pi / 2)");
+    if (!std::isfinite(m.precessionRadPerSecond) || !std::isfinite(m.spinRadPerSecond))
+        throw std::invalid_argument("body '" + body.name + "' pivots at a non-finite rate");
 }
 
 void checkScene(const Scene& scene) {
@@ -99,7 +153,12 @@ void checkScene(const Scene& scene) {
             throw std::invalid_argument("body '" + body.name +
                                         "' oscillates with a period that is not positive: " +
                                         std::to_string(m.periodSeconds));
+        if (m.kind == Motion::Kind::Pivot) checkPivot(body);
+        if (body.kind != 'T' && body.kind != 'C')
+            throw std::invalid_argument("body '" + body.name + "' has kind '" +
+                                        std::string(1, body.kind) + "', not 'T' or 'C'");
     }
+    for (std::size_t i = 0; i < scene.bodies.size(); ++i) carrierIndex(scene, i);
 }
 
 }  // namespace
@@ -128,6 +187,18 @@ Motion Motion::oscillate(const Point3& amplitudeMm, double periodSeconds) {
     return motion;
 }
 
+Motion Motion::pivot(const Point3& pivotPoint, const Point3& axis, double halfAngleRad,
+                     double precessionRadPerSecond, double spinRadPerSecond) {
+    Motion motion;
+    motion.kind = Kind::Pivot;
+    motion.centre = pivotPoint;
+    motion.axis = axis;
+    motion.halfAngleRad = halfAngleRad;
+    motion.precessionRadPerSecond = precessionRadPerSecond;
+    motion.spinRadPerSecond = spinRadPerSecond;
+    return motion;
+}
+
 Point3 Motion::at(const Point3& p, double seconds) const {
     switch (kind) {
         case Kind::Still:
@@ -137,8 +208,7 @@ Point3 Motion::at(const Point3& p, double seconds) const {
             return {p.x + v.x * seconds, p.y + v.y * seconds, p.z + v.z * seconds};
         }
         case Kind::Rotate: {
-            const double length = norm(axis);
-            const Point3 unit{axis.x / length, axis.y / length, axis.z / length};
+            const Point3 unit = unitOf(axis);
             const double angle = std::fmod(radPerSecond * seconds, kTwoPi);
             const Point3& c = centre;
             const Point3 r = rotateAbout({p.x - c.x, p.y - c.y, p.z - c.z}, unit, angle);
@@ -152,6 +222,21 @@ Point3 Motion::at(const Point3& p, double seconds) const {
             const Point3& a = amplitudeMm;
             return {p.x + a.x * s, p.y + a.y * s, p.z + a.z * s};
         }
+        case Kind::Pivot: {
+            // Spin about the shaft (less the precession, which the last turn
+            // adds back), tilt the shaft onto the cone, then carry the tilt
+            // round to its azimuth. Angles are reduced modulo a turn so that
+            // long runs keep the precision of the first turn.
+            const Point3 a = unitOf(axis);
+            const double azimuth = std::fmod(precessionRadPerSecond * seconds, kTwoPi);
+            const double ownTurn =
+                std::fmod((spinRadPerSecond - precessionRadPerSecond) * seconds, kTwoPi);
+            const Point3& c = centre;
+            Point3 v = rotateAbout({p.x - c.x, p.y - c.y, p.z - c.z}, a, ownTurn);
+            v = rotateAbout(v, pivotTiltAxis(a), halfAngleRad);
+            v = rotateAbout(v, a, azimuth);
+            return {c.x + v.x, c.y + v.y, c.z + v.z};
+        }
     }
     return p;
 }
@@ -160,12 +245,23 @@ double Scene::timeAt(std::uint64_t frameIndex) const {
     return static_cast<double>(frameIndex) / frameRateHz;
 }
 
+Point3 Scene::bodyPointAt(std::size_t bodyIndex, const Point3& p, double seconds) const {
+    Point3 q = p;
+    // Carriers come earlier in the list, so the chain ends.
+    for (std::size_t index = bodyIndex;;) {
+        const std::size_t carrier = carrierIndex(*this, index);
+        q = bodies[index].motion.at(q, seconds);
+        if (carrier == index) return q;
+        index = carrier;
+    }
+}
+
 std::vector<SceneMarker> Scene::positionsAt(std::uint64_t frameIndex) const {
     const double seconds = timeAt(frameIndex);
     std::vector<SceneMarker> all = markers;
-    for (const RigidBody& body : bodies)
-        for (const SceneMarker& point : body.points)
-            all.push_back({body.motion.at(point.position, seconds), point.visibility});
+    for (std::size_t i = 0; i < bodies.size(); ++i)
+        for (const SceneMarker& point : bodies[i].points)
+            all.push_back({bodyPointAt(i, point.position, seconds), point.visibility});
     return all;
 }
 
@@ -194,9 +290,13 @@ std::string Scene::summary() const {
     for (const RigidBody& body : bodies) oneCamera += oneCameraCount(body.points);
     if (oneCamera > 0) out << ", " << oneCamera << " seen by one camera only";
     out << "\n";
-    for (const RigidBody& body : bodies)
+    for (const RigidBody& body : bodies) {
         out << "body " << body.name << ": " << body.points.size() << " points, "
-            << describe(body.motion) << "\n";
+            << describe(body.motion);
+        if (body.kind != 'T') out << ", kind " << body.kind;
+        if (!body.attachedTo.empty()) out << ", carried by " << body.attachedTo;
+        out << "\n";
+    }
     out << "frame rate " << frameRateHz << " Hz\n";
     out << "noise ";
     if (noiseSigmaPx > 0.0)

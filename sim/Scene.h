@@ -38,13 +38,13 @@ namespace vyx::sim {
 enum class Visibility { Both, LeftOnly, RightOnly };
 
 struct SceneMarker {
-    Point3 position;  // for a body's point: where it is at time 0
+    Point3 position;  // for a body's point: where it is in the body's rest pose
     Visibility visibility = Visibility::Both;
 };
 
 // Scripted motion of a rigid body over time t (seconds since frame 0).
 struct Motion {
-    enum class Kind { Still, Translate, Rotate, Oscillate };
+    enum class Kind { Still, Translate, Rotate, Oscillate, Pivot };
     Kind kind = Kind::Still;
     // Translate: every point moves by velocity x t.
     Point3 velocityMmPerSecond;
@@ -58,29 +58,59 @@ struct Motion {
     Point3 axis{0.0, 0.0, 1.0};
     Point3 centre;
     double radPerSecond = 0.0;
+    // Pivot: the body swings about the fixed point `centre`, as a tool whose
+    // tip rests in a dimple. With a = axis / |axis| (the shaft's rest
+    // direction, from the pivot towards the body), b the unit vector of
+    // a x (1, 0, 0) (of a x (0, 1, 0) when |a.x| > 0.9), phi = precession x t
+    // and psi = spin x t, a point p goes to
+    //   centre + Rot(a, phi) Rot(b, halfAngle) Rot(a, psi - phi) (p - centre):
+    // the shaft sweeps the cone of the half-angle about a (azimuth phi, the
+    // shaft leaning towards b x a at t = 0) while the body spins about its own
+    // shaft at the spin rate. The points are given in the rest pose, so at
+    // time 0 the body is already tilted by the half-angle (0 <= half-angle <
+    // pi / 2; the axis must not be zero).
+    double halfAngleRad = 0.0;
+    double precessionRadPerSecond = 0.0;
+    double spinRadPerSecond = 0.0;
 
     static Motion still() { return {}; }
     static Motion translate(const Point3& velocityMmPerSecond);
     static Motion rotate(const Point3& axis, const Point3& centre, double radPerSecond);
     static Motion oscillate(const Point3& amplitudeMm, double periodSeconds);
+    static Motion pivot(const Point3& pivotPoint, const Point3& axis, double halfAngleRad,
+                        double precessionRadPerSecond, double spinRadPerSecond);
 
-    // Where a point that is at `p` at time 0 is `seconds` later.
+    // Where the motion takes a point `seconds` after frame 0: a point that
+    // is at `p` at time 0 for every kind but Pivot, a point at `p` in the
+    // rest pose for Pivot.
     Point3 at(const Point3& p, double seconds) const;
 };
 
 // A rigid body, and the tool it stands for (SceneTools.h writes its tool
 // file).
 //
-// Tool frame: the origin is the centroid of the body's points at time 0 (all
-// of them, whatever their visibility) and the axes are those of the
-// measurement frame, so at time 0 a tool point p is at centroid + p. The tip
-// and the second tip-section point are given in that frame.
+// A body's points are given in its rest pose: where they are before any
+// motion is applied, which is where they are at time 0 unless the body or a
+// body carrying it pivots. A body attached to another is carried rigidly by
+// it: a point goes first where the body's own motion takes it, then where the
+// carrying body's motion (and, in turn, that of whatever carries that body)
+// takes that point. The carrying body must come earlier in the scene's list.
+//
+// Tool frame: the origin is the centroid of the body's points in the rest
+// pose (all of them, whatever their visibility) and the axes are those of the
+// measurement frame, so in the rest pose a tool point p is at centroid + p.
+// The tip and the second tip-section point are given in that frame.
 struct RigidBody {
     std::string name;
     std::vector<SceneMarker> points;
     Motion motion;
     Point3 tip{0.0, 0.0, -150.0};
     Point3 tipAxis{0.0, 0.0, -50.0};
+    // 'T' a tool, 'C' a calibrator (the kind its tool file states).
+    char kind = 'T';
+    // Name of the body that carries this one; empty: it moves on its own.
+    // With several earlier bodies of that name, the nearest one.
+    std::string attachedTo;
 };
 
 struct Scene {
@@ -110,6 +140,12 @@ struct Scene {
 
     // Seconds from frame 0 to frame `frameIndex`.
     double timeAt(std::uint64_t frameIndex) const;
+    // Where a point of body `bodyIndex`, at `p` in the body's rest pose, is
+    // `seconds` after frame 0: the body's own motion, then those of the
+    // bodies carrying it. Throws std::out_of_range for a body index beyond
+    // the bodies and std::invalid_argument when the body (or one carrying
+    // it) is attached to a name no earlier body has.
+    Point3 bodyPointAt(std::size_t bodyIndex, const Point3& p, double seconds) const;
     // Every marker at that frame: the still markers, then the points of each
     // body, in the order given.
     std::vector<SceneMarker> positionsAt(std::uint64_t frameIndex) const;
@@ -131,7 +167,10 @@ class SceneRenderer {
 public:
     // Throws std::invalid_argument for a frame rate that is not positive and
     // finite, a negative or non-finite noise sigma, a rotation about a zero
-    // axis, or an oscillation whose period is not positive and finite.
+    // axis, an oscillation whose period is not positive and finite, a pivot
+    // about a zero or non-finite axis, with a half-angle outside [0, pi / 2)
+    // or a rate that is not finite, a body kind other than 'T' and 'C', or a
+    // body attached to itself or to a name no earlier body has.
     SceneRenderer(const DeviceDescription& description, Scene scene);
 
     const Scene& scene() const { return scene_; }

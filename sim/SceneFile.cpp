@@ -1,5 +1,6 @@
 #include "sim/SceneFile.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr double kLowestTemperature = -327.68;  // the status word's range
 constexpr double kHighestTemperature = 327.67;
+constexpr double kQuarterTurn = 1.5707963267948966;  // pi / 2
 
 std::vector<std::string> wordsOf(const std::string& line) {
     std::istringstream in(line.substr(0, line.find('#')));
@@ -102,7 +104,8 @@ struct BodyLines {
 };
 
 void applyMotion(const Statement& s, RigidBody& body) {
-    if (s.arguments() < 1) s.fail("'motion' needs 'still', 'translate', 'rotate' or 'oscillate'");
+    if (s.arguments() < 1)
+        s.fail("'motion' needs 'still', 'translate', 'rotate', 'oscillate' or 'pivot'");
     const std::string& kind = s.argument(1);
     if (kind == "still") {
         s.expectArguments(1, 1, "nothing after 'still'");
@@ -120,8 +123,19 @@ void applyMotion(const Statement& s, RigidBody& body) {
         const double period = s.number(5);
         if (!(period > 0.0)) s.fail("oscillation period must be above 0");
         body.motion = Motion::oscillate(s.point(2), period);
+    } else if (kind == "pivot") {
+        s.expectArguments(10, 10,
+                          "'pivot PX PY PZ AX AY AZ HALF_ANGLE_RAD PRECESSION_RAD_PER_S "
+                          "SPIN_RAD_PER_S'");
+        const Point3 axis = s.point(5);
+        if (axis.x == 0.0 && axis.y == 0.0 && axis.z == 0.0) s.fail("pivot axis is zero");
+        const double halfAngle = s.number(8);
+        if (!(halfAngle >= 0.0 && halfAngle < kQuarterTurn))
+            s.fail("pivot half-angle must be from 0 to below pi / 2 rad");
+        body.motion = Motion::pivot(s.point(2), axis, halfAngle, s.number(9), s.number(10));
     } else {
-        s.fail("unknown motion '" + kind + "' (expected still, translate, rotate or oscillate)");
+        s.fail("unknown motion '" + kind +
+               "' (expected still, translate, rotate, oscillate or pivot)");
     }
 }
 
@@ -173,6 +187,20 @@ void apply(const Statement& s, Scene& scene, std::vector<BodyLines>& bodyLines,
                    std::to_string(bodyLines.back().motionLine) + ")");
         applyMotion(s, body);
         bodyLines.back().motionLine = line;
+    } else if (keyword == "kind") {
+        s.expectArguments(1, 1, "'T' or 'C'");
+        currentBody().kind = s.choice(1, "T", "C") ? 'T' : 'C';
+    } else if (keyword == "attach") {
+        s.expectArguments(1, 1, "the name of an earlier body");
+        RigidBody& body = currentBody();
+        const std::string& carrier = s.argument(1);
+        const bool earlier =
+            std::any_of(scene.bodies.begin(), scene.bodies.end() - 1,
+                        [&](const RigidBody& other) { return other.name == carrier; });
+        if (!earlier)
+            s.fail(carrier == body.name ? "body '" + body.name + "' cannot carry itself"
+                                        : "no body '" + carrier + "' before this one");
+        body.attachedTo = carrier;
     } else if (keyword == "tip") {
         s.expectArguments(3, 3, "'X Y Z'");
         currentBody().tip = s.point(1);
@@ -295,7 +323,14 @@ std::string formatScene(const Scene& scene) {
                 out += "motion oscillate " + exact(m.amplitudeMm) + " " + exact(m.periodSeconds) +
                        "\n";
                 break;
+            case Motion::Kind::Pivot:
+                out += "motion pivot " + exact(m.centre) + " " + exact(m.axis) + " " +
+                       exact(m.halfAngleRad) + " " + exact(m.precessionRadPerSecond) + " " +
+                       exact(m.spinRadPerSecond) + "\n";
+                break;
         }
+        if (body.kind != 'T') out += std::string("kind ") + body.kind + "\n";
+        if (!body.attachedTo.empty()) out += "attach " + nameWord(body.attachedTo) + "\n";
         out += "tip " + exact(body.tip) + "\n";
         out += "tipaxis " + exact(body.tipAxis) + "\n";
     }

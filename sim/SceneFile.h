@@ -11,10 +11,11 @@
 //   marker X Y Z [left|right]     a still marker; "left" or "right": seen by
 //                                 that camera only
 //   body NAME                     starts a rigid body (NAME: one word); the
-//                                 point, motion, tip and tipaxis lines after
-//                                 it belong to it
-//   point X Y Z [left|right]      a point of the current body, where it is at
-//                                 time 0
+//                                 point, motion, kind, attach, tip and
+//                                 tipaxis lines after it belong to it
+//   point X Y Z [left|right]      a point of the current body, in its rest
+//                                 pose (where it is at time 0 unless it or a
+//                                 body carrying it pivots)
 //   motion still                  the current body's motion (default still)
 //   motion translate VX VY VZ     moves at (VX, VY, VZ) mm/s
 //   motion rotate AX AY AZ CX CY CZ RAD_PER_SECOND
@@ -23,6 +24,17 @@
 //   motion oscillate AX AY AZ PERIOD
 //                                 swings back and forth without turning:
 //                                 moved by (AX, AY, AZ) x sin(2 pi t / PERIOD)
+//   motion pivot PX PY PZ AX AY AZ HALF_ANGLE_RAD PRECESSION_RAD_PER_S
+//                SPIN_RAD_PER_S   swings about the fixed point (PX, PY, PZ):
+//                                 the shaft, at rest along (AX, AY, AZ) from
+//                                 that point, sweeps a cone of HALF_ANGLE_RAD
+//                                 (0 to below pi / 2) about it while the body
+//                                 spins about its shaft (Scene.h: Motion)
+//   kind T|C                      the current body is a tool (T, the default)
+//                                 or a calibrator (C)
+//   attach NAME                   the current body is carried by the earlier
+//                                 body NAME: its own motion, then NAME's
+//                                 (and so on up the chain) move its points
 //   tip X Y Z                     the current body's tool tip, in its tool
 //                                 frame (default 0 0 -150; Scene.h: RigidBody)
 //   tipaxis X Y Z                 its second tip-section point, tool frame
@@ -38,8 +50,9 @@
 //   cameravalues LEFT RIGHT       camera values 0-255 of every frame (default
 //                                 0 0; a host flags a frame above 5)
 //
-// A setting given twice takes its last value (also tip and tipaxis). A body
-// needs at least one point and at most one motion line. Example:
+// A setting given twice takes its last value (also kind, attach, tip and
+// tipaxis). A body needs at least one point and at most one motion line.
+// Example:
 //
 //   framerate 60
 //   body tool

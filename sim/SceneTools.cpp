@@ -1,5 +1,6 @@
 #include "sim/SceneTools.h"
 
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <initializer_list>
@@ -12,6 +13,9 @@ namespace {
 
 constexpr std::size_t kMaxToolNameLength = 199;
 constexpr std::size_t kMaxToolFilePoints = 30;
+constexpr double kTwoPi = 6.283185307179586;
+
+Point3 minus(const Point3& a, const Point3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
 
 Point3 centroidOf(const RigidBody& body) {
     if (body.points.empty())
@@ -45,7 +49,7 @@ std::string pointLine(const Point3& p) {
 std::string toolFileText(const RigidBody& body) {
     const std::size_t n = body.points.size();
     const unsigned long mask = (1ul << n) - 1ul;
-    std::string text = body.name + "\nT\n" + std::to_string(n) + "\n";
+    std::string text = body.name + "\n" + body.kind + "\n" + std::to_string(n) + "\n";
     for (const Point3& p : toolMarkers(body))
         text += pointLine(p) + " " + std::to_string(mask) + "\n";
     text += "2\n" + pointLine(body.tip) + "\n" + pointLine(body.tipAxis) + "\n";
@@ -82,15 +86,16 @@ ToolPose bodyPoseAt(const Scene& scene, std::size_t bodyIndex, std::uint64_t fra
     if (bodyIndex >= scene.bodies.size())
         throw std::out_of_range("body index " + std::to_string(bodyIndex) + " beyond the " +
                                 std::to_string(scene.bodies.size()) + " bodies of the scene");
-    const RigidBody& body = scene.bodies[bodyIndex];
-    const Point3 c = centroidOf(body);
+    const Point3 c = centroidOf(scene.bodies[bodyIndex]);
     const double seconds = scene.timeAt(frameIndex);
-    // Every motion is rigid, so the pose follows from where it takes the
-    // origin and the three unit points of the tool frame.
-    const Point3 origin = body.motion.at(c, seconds);
-    const Point3 ex = body.motion.at({c.x + 1.0, c.y, c.z}, seconds);
-    const Point3 ey = body.motion.at({c.x, c.y + 1.0, c.z}, seconds);
-    const Point3 ez = body.motion.at({c.x, c.y, c.z + 1.0}, seconds);
+    // Every motion is rigid, and so is a chain of them, so the pose follows
+    // from where the body's motions take the origin and the three unit
+    // points of the tool frame.
+    const auto at = [&](const Point3& p) { return scene.bodyPointAt(bodyIndex, p, seconds); };
+    const Point3 origin = at(c);
+    const Point3 ex = at({c.x + 1.0, c.y, c.z});
+    const Point3 ey = at({c.x, c.y + 1.0, c.z});
+    const Point3 ez = at({c.x, c.y, c.z + 1.0});
     ToolPose pose{};
     const Point3 columns[3] = {ex, ey, ez};
     for (int k = 0; k < 3; ++k) {
@@ -108,7 +113,7 @@ bool writeToolFiles(const Scene& scene, const std::string& directory) {
     std::set<std::string> names;
     for (const RigidBody& body : scene.bodies)
         if (!isUsableToolName(body.name, names) || body.points.empty() ||
-            body.points.size() > kMaxToolFilePoints)
+            body.points.size() > kMaxToolFilePoints || (body.kind != 'T' && body.kind != 'C'))
             return false;
     const std::string prefix =
         directory.empty() || directory.back() == '/' ? directory : directory + "/";
@@ -145,6 +150,86 @@ Scene trackingDemoScene() {
 
     scene.strayCentresPerCamera = 2;
     scene.straySeed = 7;
+    return scene;
+}
+
+Scene pivotScene(double halfAngleRad, double framesPerRevolution) {
+    if (!(framesPerRevolution > 0.0) || !std::isfinite(framesPerRevolution))
+        throw std::invalid_argument("frames per revolution must be positive, not " +
+                                    std::to_string(framesPerRevolution));
+    Scene scene;
+    scene.frameRateHz = 60.0;
+    // The layout's centroid is its anchor; the shaft runs 150 mm down from
+    // there to the tip in the pivot.
+    RigidBody probe = demoBody("probe", {0.0, -60.0, 1500.0},
+                               {{-25, 45, 0}, {25, 20, 0}, {50, -40, 0}, {-50, -25, 0}});
+    const Point3 pivot{0.0, 90.0, 1500.0};
+    const Point3 centroid = centroidOf(probe);
+    const Point3 toPivot = minus(pivot, centroid);
+    probe.tip = toPivot;
+    probe.tipAxis = {0.5 * toPivot.x, 0.5 * toPivot.y, 0.5 * toPivot.z};
+    const double precession = kTwoPi * scene.frameRateHz / framesPerRevolution;
+    probe.motion = Motion::pivot(pivot, minus(centroid, pivot), halfAngleRad, precession,
+                                 0.1 * precession);
+    scene.bodies.push_back(std::move(probe));
+    return scene;
+}
+
+Scene tipCalibrationScene(double radPerSecond) {
+    Scene scene;
+    scene.frameRateHz = 60.0;
+    // The hole's bottom, and the point 30 mm up its axis, which leans from
+    // straight up (-Y) towards the cameras: (0, -0.8, -0.6).
+    const Point3 hole{0.0, 20.0, 1400.0};
+    const Point3 upTheHole{0.0, -4.0, 1382.0};
+
+    RigidBody calibrator = demoBody("calibrator", hole,
+                                    {{73, 46, 0}, {-87, 150, 0}, {-6, 117, 0}, {-79, 17, 0}});
+    calibrator.kind = 'C';
+    calibrator.tip = minus(hole, centroidOf(calibrator));
+    calibrator.tipAxis = minus(upTheHole, centroidOf(calibrator));
+
+    // In a plane through the hole axis: s mm up the axis and r mm across
+    // (along x) from the tip, (r, s) = (20, 120), (35, 155), (-58, 130),
+    // (-30, 135), chosen so that the markers stay apart in the images when
+    // the plane turns edge-on.
+    RigidBody pointer =
+        demoBody("pointer", hole,
+                 {{20, -96, -72}, {35, -124, -93}, {-58, -104, -78}, {-30, -108, -81}});
+    pointer.tip = minus(hole, centroidOf(pointer));
+    pointer.tipAxis = minus(upTheHole, centroidOf(pointer));
+    pointer.motion = Motion::rotate(minus(upTheHole, hole), hole, radPerSecond);
+    pointer.attachedTo = calibrator.name;
+
+    scene.bodies.push_back(std::move(calibrator));
+    scene.bodies.push_back(std::move(pointer));
+    return scene;
+}
+
+Scene referenceScene() {
+    Scene scene;
+    scene.frameRateHz = 60.0;
+    RigidBody reference = demoBody("patient_ref", {-40.0, 30.0, 1600.0},
+                                   {{83, 43, 0}, {31, -64, 0}, {-101, -50, 0}, {-91, 94, 0}});
+    reference.motion = Motion::rotate({1.0, -2.0, 6.0}, {60.0, 50.0, 1600.0}, 0.2);
+
+    RigidBody pointer = demoBody("pointer", {120.0, -110.0, 1480.0},
+                                 {{54, -26, 0}, {-40, 36, 0}, {-26, -11, 0}, {45, 15, 0}});
+    pointer.tip = {0.0, 150.0, 0.0};
+    pointer.tipAxis = {0.0, 50.0, 0.0};
+    pointer.attachedTo = reference.name;
+
+    RigidBody drill =
+        demoBody("drill", {190.0, 190.0, 1700.0},
+                 {{-69, 1, 0}, {-54, -55, 0}, {86, 32, 0}, {-61, 70, 0}, {24, 17, 0}});
+    drill.motion = Motion::rotate({1.0, 1.0, 4.0}, {175.0, 200.0, 1700.0}, 0.3);
+    drill.tip = {0.0, 40.0, 160.0};
+    drill.tipAxis = {0.0, 15.0, 60.0};
+    drill.attachedTo = reference.name;
+
+    scene.bodies.push_back(std::move(reference));
+    scene.bodies.push_back(std::move(pointer));
+    scene.bodies.push_back(std::move(drill));
     return scene;
 }
 

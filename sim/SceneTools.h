@@ -1,10 +1,14 @@
 // The tools of a scene: each rigid body as a tool (its markers in its own
-// frame, its pose over time, its tool file), and a built-in scene of three
-// tools for trying tool recognition end to end.
+// frame, its pose over time, its tool file), and built-in scenes: three tools
+// for trying tool recognition end to end, and the motions tool calibration
+// procedures work on (pivoting, a pointer in a calibrator's hole, tools
+// carried by a reference).
 //
 // A body's tool frame (Scene.h, RigidBody): origin at the centroid of its
-// points at time 0, axes of the measurement frame. A pose maps tool
+// points in the rest pose, axes of the measurement frame. A pose maps tool
 // coordinates into measurement coordinates, p = R p_tool + T, millimetres.
+// The ground truth of every built-in scene is bodyPoseAt() together with
+// each body's tip and tipAxis.
 #pragma once
 
 #include "sim/Scene.h"
@@ -27,20 +31,24 @@ Point3 toMeasurement(const ToolPose& pose, const Point3& toolPoint);
 // The body's points in its tool frame, in the body's order.
 std::vector<Point3> toolMarkers(const RigidBody& body);
 
-// The pose of body `bodyIndex` at frame `frameIndex`: the identity rotation
-// and the centroid at frame 0, then whatever the body's motion does. Throws
+// The pose of body `bodyIndex` at frame `frameIndex`: the tool frame carried
+// by the body's motion and those of the bodies carrying it (Scene::
+// bodyPointAt); in the rest pose the identity rotation and the centroid, which
+// is the pose at frame 0 unless something in the chain pivots. Throws
 // std::out_of_range for a body index beyond the scene's bodies and
-// std::invalid_argument for a body without points.
+// std::invalid_argument for a body without points or attached to a name no
+// earlier body has.
 ToolPose bodyPoseAt(const Scene& scene, std::size_t bodyIndex, std::uint64_t frameIndex);
 
 // Writes one tool file "<name>.vyxtool" per body into `directory` (which
-// must exist): the name, kind "T", the marker count N, N lines "x y z mask"
+// must exist): the name, the body's kind ("T" or "C"), the marker count N, N lines "x y z mask"
 // of the tool-frame points with mask 2^N - 1, then "2", the tip and the
 // second tip-section point; numbers as "%f", one blank between fields, each
 // line ended by a line feed. Every body is checked before any file is
 // written: its name must be a usable file name and tool name (1 to 199
 // characters, no white space, no '/', not "." or "..", no two bodies alike)
-// and it must have 1 to 30 points (so that the mask fits a 32-bit integer).
+// it must have 1 to 30 points (so that the mask fits a 32-bit integer) and
+// kind 'T' or 'C'.
 // Returns false when a body fails these checks or a file cannot be written.
 bool writeToolFiles(const Scene& scene, const std::string& directory);
 
@@ -58,5 +66,64 @@ bool writeToolFiles(const Scene& scene, const std::string& directory);
 // plus 2 stray centres per camera (seed 7); 60 frames per second, no noise.
 // The same content as sim/scenes/tracking_demo.scene.
 Scene trackingDemoScene();
+
+// Pivoting: one four-marker tool "probe" whose tip rests in a dimple while
+// its shaft sweeps a cone about the pivot point. Rest pose: the markers in a
+// plane facing the cameras, at (-25, 45), (25, 20), (50, -40), (-50, -25) mm
+// in x and y from their centroid (0, -60, 1500) (distances 56 to 113 mm,
+// each more than 9 mm from every other), the shaft running 150 mm straight
+// down (+Y) from the centroid to the pivot point (0, 90, 1500).
+// Ground truth: tip = pivot point - centroid exactly, (0, 150, 0), which
+// every pose maps to the pivot point; tipAxis is the middle of the shaft,
+// (0, 75, 0). The motion is Motion::pivot about the pivot point, axis from
+// the pivot point to the centroid, the given half-angle (the renderer takes
+// 0 to below pi / 2; every marker stays in both images up to 0.6 rad; at
+// frame 0 the shaft leans towards +X), a precession of 2 pi x 60 /
+// framesPerRevolution rad/s, so that framesPerRevolution frames make one
+// cone, and a slow spin, 0.1 of the precession (36 degrees a cone), so that
+// over the first cone the markers keep facing the cameras and stay more than
+// 30 px apart in the images. 60 frames per second, no noise, no strays.
+// Throws std::invalid_argument when framesPerRevolution is not positive and
+// finite. sim/scenes/pivot_demo.scene is pivotScene(0.5).
+Scene pivotScene(double halfAngleRad, double framesPerRevolution = 200);
+
+// Tip calibration in a hole: a still four-marker calibrator "calibrator"
+// (kind 'C') about 1.4 m ahead, and a four-marker pointer "pointer" (kind
+// 'T') standing in its hole, attached to it and turning about the hole axis
+// through the hole's bottom at `radPerSecond` (Motion::rotate). The hole's
+// bottom is at (0, 20, 1400) and its axis leans from straight up towards the
+// cameras, along (0, -0.8, -0.6).
+// Ground truth: the calibrator's tip is the hole's bottom and its tipAxis the
+// point 30 mm up the hole axis, (0, -4, 1382), both in its tool frame; the
+// pointer's tip and tipAxis are the same two points in the pointer's tool
+// frame, where they stay while it turns.
+// Calibrator markers: (73, 46), (-87, 150), (-6, 117), (-79, 17) mm in x and
+// y from the hole's bottom, in its plane Z = 1400. Pointer markers: in a
+// plane through the hole axis, s mm up the axis and r mm across (along X)
+// from the tip, (r, s) = (20, 120), (35, 155), (-58, 130), (-30, 135): 122
+// to 159 mm from the tip, above the calibrator's markers in both images.
+// Every inter-marker distance differs by more than 8.8 mm from every other of
+// either tool. All eight markers stay in both images through a whole turn.
+// 60 frames per second, no noise. sim/scenes/tip_calibration_demo.scene is
+// tipCalibrationScene().
+Scene tipCalibrationScene(double radPerSecond = 0.5);
+
+// A reference and the tools it carries, all about 1.5 to 1.7 m ahead: a
+// four-marker reference "patient_ref" turning at 0.2 rad/s about the axis
+// (1, -2, 6) through (60, 50, 1600); attached to it a four-marker "pointer",
+// still relative to it (tip (0, 150, 0), tipAxis (0, 50, 0)), and a
+// five-marker "drill" turning relative to it at 0.3 rad/s about (1, 1, 4)
+// through (175, 200, 1700) in the rest pose (tip (0, 40, 160), tipAxis
+// (0, 15, 60)). Markers, in x and y about an anchor in a plane facing the
+// cameras:
+//   patient_ref  (83, 43), (31, -64), (-101, -50), (-91, 94) about (-40, 30, 1600)
+//   pointer      (54, -26), (-40, 36), (-26, -11), (45, 15) about (120, -110, 1480)
+//   drill        (-69, 1), (-54, -55), (86, 32), (-61, 70), (24, 17) about
+//                (190, 190, 1700)
+// Within a tool every inter-marker distance differs from every other by more
+// than 5.6 mm, and from every one of another tool by more than 6.1 mm. Every
+// marker stays in both images through a whole turn of the reference. 60
+// frames per second, no noise.
+Scene referenceScene();
 
 }  // namespace vyx::sim

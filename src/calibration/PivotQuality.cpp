@@ -72,15 +72,29 @@ T_ToolTipPivotQuality assessPivot(const cv::Mat& A, const cv::Mat& B) {
         }
     if (!hasShaft) shaftSpread = orientationSpread;
 
-    // Covariance s^2 (A^T A)^-1 = s^2 V diag(1 / sigma^2) V^T; its diagonal.
-    const double variance = squares / (3.0 * n - 6.0);
-    const Eigen::MatrixXd& V = svd.matrixV();
-    double tipTrace = 0.0, pivotTrace = 0.0;
-    for (int k = 0; k < 6; ++k) {
-        double diagonal = 0.0;
-        for (int j = 0; j < 6; ++j) diagonal += V(k, j) * V(k, j) / (s(j) * s(j));
-        (k < 3 ? tipTrace : pivotTrace) += variance * diagonal;
+    // Covariance of x: M^-1 (sum_i A_i^T S A_i) M^-1, M = A^T A, with A_i the
+    // three rows of pose i and S the 3 x 3 covariance of the residuals,
+    // scaled for the six unknowns. Marker noise is far larger in depth than
+    // across, so the residuals are not isotropic; with isotropic ones S is
+    // s^2 I and this is the familiar s^2 M^-1.
+    Eigen::Matrix3d S = Eigen::Matrix3d::Zero();
+    for (int i = 0; i < n; ++i) {
+        const Eigen::Vector3d r =
+            a.block<3, 3>(3 * i, 0) * t - b.segment<3>(3 * i) - P;
+        S += r * r.transpose();
     }
+    S *= 3.0 / (3.0 * n - 6.0);
+    const Eigen::MatrixXd& V = svd.matrixV();
+    const Eigen::VectorXd inverseSquares = s.array().square().inverse().matrix();
+    const Eigen::MatrixXd Minv = V * inverseSquares.asDiagonal() * V.transpose();
+    Eigen::Matrix<double, 6, 6> middle = Eigen::Matrix<double, 6, 6>::Zero();
+    for (int i = 0; i < n; ++i) {
+        const Eigen::Matrix<double, 3, 6> Ai = a.block<3, 6>(3 * i, 0);
+        middle += Ai.transpose() * S * Ai;
+    }
+    const Eigen::MatrixXd covariance = Minv * middle * Minv;
+    const double tipTrace = covariance.topLeftCorner<3, 3>().trace();
+    const double pivotTrace = covariance.bottomRightCorner<3, 3>().trace();
 
     for (int k = 0; k < 3; ++k) {
         q.TipPoint[k] = t(k);

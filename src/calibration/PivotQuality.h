@@ -7,10 +7,14 @@
 // determine the tip at all (smallest singular value, shaft spread), and how
 // precise the tip is expected to be.
 //
-// Predicted precision: with s^2 = sum |r_i|^2 / (3n - 6) the residual
-// variance per equation, the covariance of x is s^2 (A^T A)^-1, and the tip's
-// 1-sigma figure is the square root of the trace of its 3 x 3 block (the RMS
-// length of the tip error to expect), likewise for the pivot point.
+// Predicted precision: with r_i = R_i t + T_i - P the residual of pose i and
+// S = 3 / (3n - 6) sum r_i r_i^T their 3 x 3 covariance, the covariance of x
+// is M^-1 (sum_i A_i^T S A_i) M^-1, M = A^T A, A_i the rows of pose i. Marker
+// noise is several times larger in depth than across, so S is far from
+// isotropic, and this sandwich follows it where s^2 M^-1 (which it equals
+// for isotropic residuals) would not. The tip's 1-sigma figure is the square
+// root of the trace of its 3 x 3 block (the RMS length of the tip error to
+// expect), likewise for the pivot point.
 #pragma once
 
 #include "VyxPositionTypes.h"

@@ -14,8 +14,6 @@
 
 namespace {
 
-StereoWorkingModel makeRig() { return vyx::test::makeStereoRig(); }
-
 // Centres as the device sends them: 32-bit (u, v), centre i showing point i.
 struct Centres {
     std::vector<float> left, right;
@@ -87,7 +85,7 @@ cv::Vec3d pointSeenLeftAt(const StereoWorkingModel& rig, cv::Vec2d target, doubl
 
 class ReconstructionOnRig : public ::testing::Test {
 protected:
-    StereoWorkingModel rig = makeRig();
+    StereoWorkingModel rig = vyx::test::makeStereoRig();
     T_MarkerInfo out{};
 
     void reconstruct(const Centres& c, double thresholdPx = 3.0, double maxDistanceMm = 30000) {

@@ -12,8 +12,6 @@
 
 namespace {
 
-StereoWorkingModel makeRig() { return vyx::test::makeStereoRig(); }
-
 // Image rows (u, v, 1) of scene points, row i showing point i.
 struct StereoImages {
     cv::Mat left = cv::Mat(0, 3, CV_64F);
@@ -39,7 +37,7 @@ int rowIndex(const cv::Mat& rows, const cv::Mat& row) {
 
 class PairMatchingOnRig : public ::testing::Test {
 protected:
-    StereoWorkingModel rig = makeRig();
+    StereoWorkingModel rig = vyx::test::makeStereoRig();
     cv::Mat matchedLeft, matchedRight, pairIndex;
     int count = -1;
 
@@ -87,7 +85,7 @@ TEST(SortStruct, OrdersByAscendingUAndKeepsEqualUInTheirOrder) {
     for (std::size_t i = 0; i < points.size(); ++i) EXPECT_EQ(points[i].index, expected[i]) << i;
 }
 
-TEST_F(PairMatchingOnRig, MatchesNothingWithAZeroThresholdOrWithoutCameraData) {
+TEST_F(PairMatchingOnRig, FailsWithAZeroThresholdMissingCameraDataOrAThirdCoordinateOtherThanOne) {
     const StereoImages images = imagesOf(rig, {{0, 0, 2000}, {200, 50, 1800}, {-150, -90, 2300}});
     EXPECT_EQ(match(images.left, images.right), 1);
     EXPECT_EQ(count, 3);
@@ -100,16 +98,13 @@ TEST_F(PairMatchingOnRig, MatchesNothingWithAZeroThresholdOrWithoutCameraData) {
                            rig.right.cameraMatrix),
               0);
     EXPECT_EQ(match(cv::Mat(0, 3, CV_64F), images.right), 0);
-}
 
-TEST_F(PairMatchingOnRig, AThirdCoordinateOtherThanOneFailsTheWholeCall) {
-    const StereoImages images = imagesOf(rig, {{0, 0, 2000}, {200, 50, 1800}, {-150, -90, 2300}});
-    cv::Mat right = images.right.clone();
+    cv::Mat right = images.right.clone(), left = images.left.clone();
     right.at<double>(1, 2) = 1.0 + 1e-12;
-    EXPECT_EQ(match(images.left, right), 0);
-    EXPECT_TRUE(matchedLeft.empty());
-    cv::Mat left = images.left.clone();
     left.at<double>(2, 2) = 0.0;
+    ASSERT_EQ(match(images.left, images.right), 1);
+    EXPECT_EQ(match(images.left, right), 0);
+    EXPECT_TRUE(matchedLeft.empty() && count == 0);
     EXPECT_EQ(match(left, images.right), 0);
 }
 

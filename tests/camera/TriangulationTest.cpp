@@ -24,9 +24,8 @@ SYSPARA makeCamera(double f, double cx, double cy, cv::Vec<double, 5> dist, cv::
 }
 
 // 1280 x 720 cameras, fx about 1400 px, a 500 mm baseline with small
-// misalignments, the right camera turned 0.1 rad towards the left one, the
-// left one tilted slightly, mild distortion (k3 too) and a depth factor
-// away from 1.
+// misalignments, the right camera toed in by 0.1 rad, mild distortion (k3
+// too) and a depth factor away from 1.
 StereoWorkingModel realisticRig() {
     StereoWorkingModel rig;
     const cv::Vec<double, 5> dist(-0.1, 0.05, 1e-4, -1e-4, -0.02);
@@ -114,13 +113,10 @@ TEST(Triangulation, PlacesHandWorkedPairsAroundTheBaselineMiddleAndRejectsDegene
     EXPECT_TRUE(out.empty());
 }
 
-// Random points in the working volume are projected through the realistic
-// rig and reconstructed. With float32 centres each coordinate is rounded by
-// at most half an ulp, 2^-14 px below 2048 px, so the disparity moves by at
-// most 2^-13 px and the depth by Z^2 / (f B) times that (5.7 mm/px at 2 m,
-// f = 1400 px, B = 500 mm). A factor 2 covers the toe-in, the distortion and
-// the smaller lateral error: 1.4e-3 mm at 2 m, 3.1e-3 mm at 3 m. With double
-// centres only rounding inside the computation remains, far below 1e-7 mm.
+// Points projected through the realistic rig and reconstructed. A float
+// centre below 2048 px is off by at most 2^-14 px, so the depth moves by at
+// most Z^2 / (f B) x 2^-13; twice that covers toe-in, distortion and the
+// lateral error. Double centres leave only rounding, far below 1e-7 mm.
 TEST(Triangulation, RecoversPointsProjectedThroughADistortedRig) {
     const StereoWorkingModel rig = realisticRig();
     std::mt19937 random(20240611);

@@ -7,13 +7,18 @@
 #include "sim/ConfigurationImage.h"
 #include "sim/Scene.h"
 #include "sim/SceneFile.h"
+#include "sim/SceneTools.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -195,6 +200,12 @@ body probe
 point 0 0 1400
 point 60 0 1400 right
 motion rotate 0 1 0  0 0 1450  0.75
+body dimple
+point 0 -150 1500
+point 40 -150 1500
+motion pivot 0 0 1500  0 -1 0  0.25 1.5 -0.5
+kind C
+attach probe
 body cart
 point 5 5 2000
 motion translate 100 0 -50
@@ -208,8 +219,11 @@ cameravalues 3 7
     ASSERT_EQ(scene.markers.size(), 2u);
     EXPECT_EQ(scene.markers[1].visibility, Visibility::LeftOnly);
     EXPECT_EQ(scene.markers[1].position.z, 1500.25);
-    ASSERT_EQ(scene.bodies.size(), 2u);
+    ASSERT_EQ(scene.bodies.size(), 3u);
     EXPECT_EQ(scene.bodies[0].points[1].visibility, Visibility::RightOnly);
+    EXPECT_EQ(scene.bodies[1].motion.kind, Motion::Kind::Pivot);
+    EXPECT_EQ(scene.bodies[1].kind, 'C');
+    EXPECT_EQ(scene.bodies[1].attachedTo, "probe");
     EXPECT_EQ(scene.noiseSigmaPx, 0.1);
     EXPECT_EQ(scene.noiseSeed, 42u);
     EXPECT_EQ(scene.strayCentresPerCamera, 2u);
@@ -254,6 +268,12 @@ TEST(SceneFile, NamesTheLineOfAFault) {
         {"temperature 400\n", 1},
         {"cameravalues 3 256\n", 1},
         {"framerate 0\n", 1},
+        {"body a\npoint 0 0 1000\nkind X\n", 3},
+        {"body a\npoint 0 0 1000\nattach a\n", 3},
+        {"body a\npoint 0 0 1000\nattach b\nbody b\npoint 0 0 900\n", 3},
+        {"body a\npoint 0 0 1000\nmotion pivot 0 0 0  0 0 0  0.1 1 1\n", 3},
+        {"body a\npoint 0 0 1000\nmotion pivot 0 0 0  0 1 0  1.6 1 1\n", 3},
+        {"body a\npoint 0 0 1000\nmotion pivot 0 0 0  0 1 0  0.1 1\n", 3},
     };
     for (const auto& [text, line] : cases) {
         try {
@@ -275,6 +295,145 @@ TEST(SceneFile, ShippedExampleReadsAndIsSeenByBothCameras) {
     EXPECT_GE(scene.markersAt(0).size(), 4u);
     EXPECT_GE(frame.left.size(), scene.markersAt(0).size());
     EXPECT_THROW(loadSceneFile(file + ".missing"), SceneFileError);
+}
+
+Point3 minus(const Point3& a, const Point3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+Point3 restCentroid(const RigidBody& b) { return minus(b.points[0].position, toolMarkers(b)[0]); }
+// R v for a pose's rotation R.
+Point3 turned(const ToolPose& pose, const Point3& v) {
+    return minus(toMeasurement(pose, v), toMeasurement(pose, {}));
+}
+double angleBetween(const Point3& a, const Point3& b) {
+    const Point3 cross{a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+    return std::atan2(distance(cross, {}), a.x * b.x + a.y * b.y + a.z * b.z);
+}
+
+TEST(ScenePivot, TipStaysOnThePivotWhileTheShaftSweepsItsConeAndSpins) {
+    Scene alongX = pivotScene(0.5, 120);  // a shaft along x takes the other tilt axis
+    Motion& m = alongX.bodies[0].motion;
+    alongX.bodies[0].tip = {-150, 0, 0};
+    m = Motion::pivot(minus(restCentroid(alongX.bodies[0]), {150, 0, 0}), {3, 0, 0}, 0.5,
+                      m.precessionRadPerSecond, m.spinRadPerSecond);
+    const struct {
+        Scene scene;
+        double halfAngle;
+        std::uint64_t framesPerRevolution;
+    } cases[] = {{pivotScene(0.0), 0.0, 200},
+                 {pivotScene(0.3), 0.3, 200},
+                 {pivotScene(0.6, 90), 0.6, 90},
+                 {alongX, 0.5, 120}};
+    for (const auto& [scene, halfAngle, frames] : cases) {
+        const RigidBody& body = scene.bodies[0];
+        const Point3 pivot = body.motion.centre, shaft = minus({}, body.tip), across{1, 0, 0};
+        EXPECT_EQ(distance(body.tip, minus(pivot, restCentroid(body))), 0.0);
+        for (std::uint64_t k = 0; k <= frames; ++k) {
+            const ToolPose pose = bodyPoseAt(scene, 0, k);
+            ASSERT_LT(distance(toMeasurement(pose, body.tip), pivot), 1e-9) << k;
+            ASSERT_NEAR(angleBetween(turned(pose, shaft), body.motion.axis), halfAngle, 1e-9);
+            if (halfAngle == 0.0) {  // upright, it only spins about its shaft
+                ASSERT_NEAR(angleBetween(turned(pose, across), across),
+                            0.2 * std::acos(-1.0) * k / frames, 1e-9);  // 0.1 turn a cone
+            }
+        }
+        // Half a revolution on, the shaft leans the other way.
+        const ToolPose start = bodyPoseAt(scene, 0, 0), half = bodyPoseAt(scene, 0, frames / 2);
+        EXPECT_NEAR(angleBetween(turned(start, shaft), turned(half, shaft)), 2 * halfAngle, 1e-9);
+    }
+}
+
+TEST(SceneAttachment, CarriedPoseIsTheCarriersPoseAfterItsOwnMotion) {
+    // A chain: the pivoting probe (tilted at frame 0 already) carries an arm,
+    // which carries a hand.
+    const Scene scene = parseScene(formatScene(pivotScene(0.4)) + R"(
+body arm
+point 80 0 1500
+motion rotate 0 1 1  100 0 1500  0.7
+attach probe
+body hand
+point 150 40 1480
+motion translate 5 -3 2
+attach arm
+)");
+    for (std::uint64_t k : {0u, 37u, 500u})
+        for (std::size_t body : {1u, 2u}) {  // each carried by the body before it
+            Scene alone = scene;
+            alone.bodies[body].attachedTo.clear();
+            const ToolPose own = bodyPoseAt(alone, body, k), carried = bodyPoseAt(scene, body, k);
+            const ToolPose carrier = bodyPoseAt(scene, body - 1, k);
+            const Point3 carrierRest = restCentroid(scene.bodies[body - 1]);
+            // One point each, after the probe's four; where its tool origin is.
+            const Point3 expected =
+                toMeasurement(carrier, minus(toMeasurement(own, {}), carrierRest));
+            EXPECT_LT(distance(toMeasurement(carried, {}), expected), 1e-9);
+            EXPECT_LT(distance(scene.positionsAt(k)[3 + body].position, expected), 1e-9);
+            for (const Point3 v : {Point3{1, 0, 0}, Point3{0, 1, 0}, Point3{0, 0, 1}})
+                EXPECT_LT(distance(turned(carried, v), turned(carrier, turned(own, v))), 1e-12);
+        }
+}
+
+TEST(SceneChecks, RejectBadAttachmentsPivotsAndKinds) {
+    const auto pivoting = [](Point3 axis, double halfAngle, double rate) {
+        return [=](Scene& s) { s.bodies[1].motion = Motion::pivot({}, axis, halfAngle, rate, 1); };
+    };
+    const std::pair<const char*, std::function<void(Scene&)>> cases[] = {
+        {"unknown carrier", [](Scene& s) { s.bodies[1].attachedTo = "nobody"; }},
+        {"itself", [](Scene& s) { s.bodies[1].attachedTo = "pointer"; }},
+        {"later body", [](Scene& s) { s.bodies[0].attachedTo = "pointer"; }},
+        {"kind", [](Scene& s) { s.bodies[0].kind = 'X'; }},
+        {"half-angle", pivoting({0, 1, 0}, 1.5708, 1)},
+        {"zero axis", pivoting({}, 0.1, 1)},
+        {"rate", pivoting({0, 1, 0}, 0.1, std::nan(""))},
+    };
+    EXPECT_NO_THROW(SceneRenderer(defaultDescription(), tipCalibrationScene()));
+    for (const auto& [what, spoil] : cases) {
+        Scene scene = tipCalibrationScene();
+        spoil(scene);
+        EXPECT_THROW(SceneRenderer(defaultDescription(), scene), std::invalid_argument) << what;
+    }
+}
+
+TEST(CalibrationScenes, StayInViewAndMatchTheirFiles) {
+    const std::string scenes =
+        (std::filesystem::path(__FILE__).parent_path() / "../../sim/scenes/").string();
+    const struct {
+        const char* file;  // the scene file that holds the same scene, if any
+        Scene scene;
+        std::uint64_t frames;  // a full cycle of the motion, or more
+    } cases[] = {{"pivot_demo.scene", pivotScene(0.5), 200},
+                 {nullptr, pivotScene(0.6), 200},
+                 {"tip_calibration_demo.scene", tipCalibrationScene(), 760},
+                 {nullptr, referenceScene(), 1885}};
+    for (const auto& [file, scene, frames] : cases) {
+        if (file) {
+            EXPECT_EQ(formatScene(loadSceneFile(scenes + file)), formatScene(scene)) << file;
+        }
+        const SceneRenderer renderer(defaultDescription(), scene);
+        for (std::uint64_t k = 0; k < frames; ++k) {
+            const MarkerFrame frame = renderer.frame(k, 1);
+            ASSERT_EQ(frame.left.size(), scene.positionsAt(0).size()) << k;
+            ASSERT_EQ(frame.right.size(), frame.left.size()) << k;
+        }
+    }
+    // The pointer's tip and tip axis stay where the calibrator's are.
+    const Scene tips = tipCalibrationScene();
+    for (std::uint64_t k : {0u, 1u, 299u, 600u})
+        for (const auto field : {&RigidBody::tip, &RigidBody::tipAxis})
+            EXPECT_LT(distance(toMeasurement(bodyPoseAt(tips, 1, k), tips.bodies[1].*field),
+                               toMeasurement(bodyPoseAt(tips, 0, k), tips.bodies[0].*field)),
+                      1e-9);
+}
+
+TEST(SceneTools, ToolFilesStateTheBodyKind) {
+    const auto directory =
+        std::filesystem::temp_directory_path() / ("vyx_scene_kind_" + std::to_string(::getpid()));
+    std::filesystem::create_directories(directory);
+    ASSERT_TRUE(writeToolFiles(tipCalibrationScene(), directory.string()));
+    for (const std::string head : {"calibrator\nC\n4\n", "pointer\nT\n4\n"}) {
+        std::ifstream file(directory / (head.substr(0, head.find('\n')) + ".vyxtool"));
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        EXPECT_EQ(text.rfind(head, 0), 0u) << text;
+    }
+    std::filesystem::remove_all(directory);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "sim/SceneFile.h"
 #include "sim/SceneTools.h"
 #include "sim/VirtualTracker.h"
+#include "support/SceneSession.h"
 
 #include <gtest/gtest.h>
 
@@ -28,36 +29,12 @@
 #include <vector>
 
 using namespace vyx::sim;
+using namespace vyx::test;
 
 namespace {
 
 constexpr double kPositionToleranceMm = 0.01;
 constexpr double kRotationToleranceRad = 1e-4;
-
-double distance(const Point3& a, const Point3& b) {
-    return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z);
-}
-
-Point3 point(const float p[3]) { return {p[0], p[1], p[2]}; }
-Point3 point(const double p[3]) { return {p[0], p[1], p[2]}; }
-
-std::size_t bodyIndex(const Scene& scene, const std::string& name) {
-    for (std::size_t i = 0; i < scene.bodies.size(); ++i)
-        if (scene.bodies[i].name == name) return i;
-    ADD_FAILURE() << "no body " << name;
-    return 0;
-}
-
-// Angle of R_true^T R, from its skew part and trace, which stays accurate
-// for small angles where acos of the trace does not.
-double rotationErrorRad(const ToolPose& truth, const float r[3][3]) {
-    double m[3][3] = {};
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j)
-            for (int k = 0; k < 3; ++k) m[i][j] += truth.R[3 * k + i] * r[k][j];
-    const double skew = std::hypot(m[2][1] - m[1][2], m[0][2] - m[2][0], m[1][0] - m[0][1]);
-    return std::atan2(skew, m[0][0] + m[1][1] + m[2][2] - 1.0);
-}
 
 // Tool, tip and matched markers of one result against the body's true pose
 // at the frame. A hidden marker (seen by one camera) must have no index.
@@ -129,50 +106,21 @@ Scene demoWithoutStrays() {
 
 class RecognitionEndToEnd : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/vyx_recognition_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        toolDirectory = pattern;
-    }
-
-    void TearDown() override {
-        if (handle != nullptr) Vyx_API_Close(&handle);
-        tracker.stop();
-        std::error_code ignored;
-        if (!toolDirectory.empty()) std::filesystem::remove_all(toolDirectory, ignored);
-    }
-
     // Serves the scene on 127.0.0.host:7, connects, and loads the scene's
     // tool files into the library.
     void serve(unsigned char host, const Scene& served) {
-        scene = served;
-        ASSERT_TRUE(writeToolFiles(scene, toolDirectory));
-        tracker.setMarkerFrameSource(sceneFrameSource(defaultDescription(), scene));
-        tracker.start("127.0.0." + std::to_string(host), 7);
-        ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
-        ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host), RV_SUCCESS);
-        T_VYXPOS_DATAPARA para{};
-        ASSERT_EQ(Vyx_ConnectDevice(handle, Interface_Ethernet, &para), RV_SUCCESS);
-        ASSERT_EQ(Vyx_SetToolInfoFilePath(handle, toolDirectory.c_str(), true), RV_SUCCESS);
+        ASSERT_NO_FATAL_FAILURE(session.serve(host, served));
         int count = 0;
         ASSERT_EQ(Vyx_GetCountOfToolInfo(handle, &count), RV_SUCCESS);
         ASSERT_EQ(count, static_cast<int>(scene.bodies.size()));
     }
-
-    // The next frame, fetched on request; the scene frame is markers.ID - 1.
-    bool nextFrame() {
-        T_VyxPosStatusInfo status{};
-        return Vyx_GetMarkerAndStatusFromHardware(handle, Interface_Ethernet, &markers, &status) ==
-               RV_SUCCESS;
-    }
-
+    bool nextFrame() { return session.nextFrame(); }
     std::size_t sceneMarkerCount() const { return scene.markersAt(markers.ID - 1).size(); }
 
-    VirtualTracker tracker;
-    VyxHandle handle = nullptr;
-    std::string toolDirectory;
-    Scene scene;
-    T_MarkerInfo markers{};
+    vyx::test::SceneSession session;
+    VyxHandle& handle = session.handle;
+    Scene& scene = session.scene;
+    T_MarkerInfo& markers = session.markers;
 };
 
 }  // namespace

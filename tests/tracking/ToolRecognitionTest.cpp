@@ -196,16 +196,10 @@ TEST(ToolRecognition, NoisyMarkersGiveATipErrorOfTheOrderOfTheNoise) {
     EXPECT_LT(rms, 0.6);
 }
 
-// A four-marker tool with one marker hidden shows three points. Matching
-// starts at the threshold K - 1 with K = min(4, usable points) and demands
-// threshold + 1 pairs that each agree with threshold others:
-//  * alone (3 points): K = 3, the first sweep runs at threshold 2 and the
-//    three visible markers satisfy it, for minMatch 0 and 3 alike (the first
-//    sweep is always made, and minMatch 3 does not exceed K);
-//  * among other markers: K = 4, the first sweep demands 4 pairs and fails.
-//    minMatch 0 makes that single sweep only, and minMatch 3 stops before
-//    threshold 2, so neither finds the tool; only a minMatch of 1 or 2 (open to
-//    internal callers, refused by the exported calls) goes on to threshold 2.
+// A four-marker tool with one marker hidden shows three points. Alone, the
+// first sweep (threshold 2) finds them; among other markers it demands four
+// pairs and fails, and only minMatch 1 or 2 (refused by the exported calls)
+// goes on down to threshold 2.
 TEST(ToolRecognition, HiddenMarkerIsFoundAloneButNotAmongOtherMarkers) {
     std::mt19937 rng(24);
     const struct {

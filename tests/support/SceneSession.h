@@ -1,0 +1,119 @@
+// End-to-end sessions: the virtual tracker serving a scene on a loopback
+// address, the library connected to it over Ethernet, and the scene's tool
+// files in a scratch tool directory; plus the geometry helpers the tests
+// compare results with.
+#pragma once
+
+#include "VyxPositionAPI.h"
+#include "sim/DeviceDescription.h"
+#include "sim/Scene.h"
+#include "sim/SceneTools.h"
+#include "sim/VirtualTracker.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace vyx::test {
+
+using sim::Point3;
+
+inline double distance(const Point3& a, const Point3& b) {
+    return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z);
+}
+inline Point3 point(const float p[3]) { return {p[0], p[1], p[2]}; }
+inline Point3 point(const double p[3]) { return {p[0], p[1], p[2]}; }
+
+// Angle of R_true^T R, from its skew part and trace, which stays accurate
+// for small angles where acos of the trace does not.
+inline double rotationErrorRad(const sim::ToolPose& truth, const float r[3][3]) {
+    double m[3][3] = {};
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            for (int k = 0; k < 3; ++k) m[i][j] += truth.R[3 * k + i] * r[k][j];
+    const double skew = std::hypot(m[2][1] - m[1][2], m[0][2] - m[2][0], m[1][0] - m[0][1]);
+    return std::atan2(skew, m[0][0] + m[1][1] + m[2][2] - 1.0);
+}
+
+// from^-1 to: the pose of `to` in the frame of `from`.
+inline sim::ToolPose relativePose(const sim::ToolPose& from, const sim::ToolPose& to) {
+    sim::ToolPose out{};
+    for (int i = 0; i < 3; ++i) {
+        for (int j = 0; j < 3; ++j)
+            for (int k = 0; k < 3; ++k) out.R[3 * i + j] += from.R[3 * k + i] * to.R[3 * k + j];
+        for (int k = 0; k < 3; ++k) out.T[i] += from.R[3 * k + i] * (to.T[k] - from.T[k]);
+    }
+    return out;
+}
+
+// from^-1 p: a measurement point in the frame of `from`.
+inline Point3 inFrameOf(const sim::ToolPose& from, const Point3& p) {
+    const double d[3] = {p.x - from.T[0], p.y - from.T[1], p.z - from.T[2]};
+    double q[3] = {};
+    for (int i = 0; i < 3; ++i)
+        for (int k = 0; k < 3; ++k) q[i] += from.R[3 * k + i] * d[k];
+    return {q[0], q[1], q[2]};
+}
+
+inline std::size_t bodyIndex(const sim::Scene& scene, const std::string& name) {
+    for (std::size_t i = 0; i < scene.bodies.size(); ++i)
+        if (scene.bodies[i].name == name) return i;
+    ADD_FAILURE() << "no body " << name;
+    return 0;
+}
+
+class SceneSession {
+public:
+    SceneSession() {
+        char pattern[] = "/tmp/vyx_session_XXXXXX";
+        if (mkdtemp(pattern) != nullptr) toolDirectory = pattern;
+    }
+    ~SceneSession() {
+        if (handle != nullptr) Vyx_API_Close(&handle);
+        tracker.stop();
+        std::error_code ignored;
+        if (!toolDirectory.empty()) std::filesystem::remove_all(toolDirectory, ignored);
+    }
+    SceneSession(const SceneSession&) = delete;
+    SceneSession& operator=(const SceneSession&) = delete;
+
+    // Serves `served` on 127.0.0.host:7, connects, and loads the tool files
+    // written for the bodies of `tools` (those of `served` when null).
+    void serve(unsigned char host, const sim::Scene& served, const sim::Scene* tools = nullptr) {
+        scene = served;
+        ASSERT_FALSE(toolDirectory.empty());
+        ASSERT_TRUE(sim::writeToolFiles(tools != nullptr ? *tools : scene, toolDirectory));
+        tracker.setMarkerFrameSource(sim::sceneFrameSource(sim::defaultDescription(), scene));
+        tracker.start("127.0.0." + std::to_string(host), 7);
+        ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
+        ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host), RV_SUCCESS);
+        T_VYXPOS_DATAPARA para{};
+        ASSERT_EQ(Vyx_ConnectDevice(handle, Interface_Ethernet, &para), RV_SUCCESS);
+        ASSERT_EQ(Vyx_SetToolInfoFilePath(handle, toolDirectory.c_str(), true), RV_SUCCESS);
+    }
+
+    // The next frame, fetched on request; its scene frame is markers.ID - 1.
+    bool nextFrame() {
+        T_VyxPosStatusInfo status{};
+        return Vyx_GetMarkerAndStatusFromHardware(handle, Interface_Ethernet, &markers, &status) ==
+               RV_SUCCESS;
+    }
+    std::uint64_t sceneFrame() const { return markers.ID - 1; }
+    sim::ToolPose truePose(const std::string& body) const {
+        return sim::bodyPoseAt(scene, bodyIndex(scene, body), sceneFrame());
+    }
+    std::string toolFile(const std::string& name) const {
+        return toolDirectory + "/" + name + ".vyxtool";
+    }
+
+    sim::VirtualTracker tracker;
+    VyxHandle handle = nullptr;
+    std::string toolDirectory;
+    sim::Scene scene;
+    T_MarkerInfo markers{};
+};
+
+}  // namespace vyx::test
