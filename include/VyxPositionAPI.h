@@ -315,6 +315,30 @@ VYX_API int Vyx_ProceedToolTipPivot(VyxHandle handle, T_MarkerInfo* markers,
                                     T_ToolTipPivotInfo* info);
 VYX_API int Vyx_SaveToolTipPivot(VyxHandle handle, int mode);
 
+/*
+ * Tool self-calibration: refines a tool's marker positions from what the
+ * tracker sees. Hold the tool in view and move it about; each Proceed call
+ * takes one frame, fits the tool's pose and, when the mean fit residual is
+ * below the tool-find offset (Vyx_SetToolFindOffset, default 1.5 mm), adds
+ * each matched marker's residual (seen minus defined, tool frame, mm). After
+ * 100 frames (frames over the limit count without adding anything) each
+ * marker moves by its mean residual; recognition uses the new positions at
+ * once. Then Save decides: ToolFix_Save writes them to the tool file,
+ * ToolFix_Discard restores the positions as read, ToolFix_Retry restores them
+ * and starts again.
+ *
+ * Init: by library position or by name (the first of that name); *markerCount
+ * gets the tool's marker count. -1 for an empty library, an unknown name or a
+ * position out of range.
+ * Proceed: 0 (info->frameUsed tells whether the frame counted;
+ * info->frameCount is the count before this frame, the final count on
+ * completion); -1 for a frame of fewer than 3 or more than 199 markers, no
+ * tool selected, or a frame in which the tool is not recognised. Once finished
+ * it answers 0 and changes nothing until Save with ToolFix_Retry or a new
+ * Init. info->meanError: 100 until completion, then the mean over the tool's
+ * markers of each marker's mean residual length (mm).
+ * Save: 0; -1 when no tool is selected or the file cannot be written.
+ */
 VYX_API int Vyx_InitToolSelfCalibration(VyxHandle handle, int toolIndex, int* markerCount);
 VYX_API int Vyx_InitToolSelfCalibrationWithToolId(VyxHandle handle, const char* name,
                                                   int* markerCount);
@@ -332,6 +356,20 @@ VYX_API int Vyx_AccuracyCheckToolCalculateError(VyxHandle handle, float* meanErr
                                                 float* maxError, float* errors);
 VYX_API int Vyx_AccuracyToolMade(VyxHandle handle, double** points, int count);
 
+/*
+ * Tool making: a new tool from a rigid body whose markers, and nothing else,
+ * are in view. Init names the tool and its marker count (3..200; -1 for a
+ * null name or another count; a tool made but not saved is dropped). Proceed
+ * refuses (-1) a frame whose marker count differs. The first frame builds the
+ * tool's frame: origin at the markers' centroid, Z along the normal of their
+ * best-fit plane, X towards the first marker of that frame; progress 0.1. The
+ * next 100 frames refine the positions by self-calibration (progress the
+ * refinement count / 100, so 0.0, 0.01, ...; madeFlag 1 when a frame did not
+ * count), then finished. Save(1) writes "<tool directory><name>.vyxtool" and
+ * adds the tool to the library; Save(0) drops it. Save answers -1 before
+ * completion or when the file cannot be written; Proceed answers -1 after
+ * completion until the next Init.
+ */
 VYX_API int Vyx_InitToolMadeInfo(VyxHandle handle, int markerCount, const char* name);
 VYX_API int Vyx_ProceedToolMade(VyxHandle handle, T_MarkerInfo* markers, t_ToolMadeProInfo* info);
 VYX_API int Vyx_SaveToolMadeRlt(VyxHandle handle, int save);

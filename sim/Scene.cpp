@@ -157,6 +157,11 @@ void checkScene(const Scene& scene) {
         if (body.kind != 'T' && body.kind != 'C')
             throw std::invalid_argument("body '" + body.name + "' has kind '" +
                                         std::string(1, body.kind) + "', not 'T' or 'C'");
+        if (!(body.filePerturbationMm >= 0.0) || !std::isfinite(body.filePerturbationMm))
+            throw std::invalid_argument("body '" + body.name +
+                                        "' has a tool file perturbation of " +
+                                        std::to_string(body.filePerturbationMm) +
+                                        " mm, not zero or more");
     }
     for (std::size_t i = 0; i < scene.bodies.size(); ++i) carrierIndex(scene, i);
 }
@@ -295,6 +300,10 @@ std::string Scene::summary() const {
             << describe(body.motion);
         if (body.kind != 'T') out << ", kind " << body.kind;
         if (!body.attachedTo.empty()) out << ", carried by " << body.attachedTo;
+        if (!body.listed) out << ", no tool file";
+        if (body.filePerturbationMm != 0.0)
+            out << ", tool file off by " << body.filePerturbationMm << " mm (seed "
+                << body.filePerturbationSeed << ")";
         out << "\n";
     }
     out << "frame rate " << frameRateHz << " Hz\n";

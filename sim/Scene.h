@@ -111,6 +111,18 @@ struct RigidBody {
     // Name of the body that carries this one; empty: it moves on its own.
     // With several earlier bodies of that name, the nearest one.
     std::string attachedTo;
+    // Whether the body has a tool file. An unlisted body is rendered and
+    // moves like any other, but writeToolFiles writes no file for it: a tool
+    // the host does not know yet, as when a new tool is being made.
+    bool listed = true;
+    // How far its tool file is off: every point is written this many
+    // millimetres from where it is in the tool frame, each in its own
+    // direction drawn from filePerturbationSeed and the point's index
+    // (SceneTools.h: fileMarkers), while the markers seen stay where the
+    // points are. A tool whose file a self-calibration has to correct. Zero
+    // or more and finite; 0 writes the true points.
+    double filePerturbationMm = 0.0;
+    std::uint64_t filePerturbationSeed = 0;
 };
 
 struct Scene {
@@ -169,8 +181,9 @@ public:
     // finite, a negative or non-finite noise sigma, a rotation about a zero
     // axis, an oscillation whose period is not positive and finite, a pivot
     // about a zero or non-finite axis, with a half-angle outside [0, pi / 2)
-    // or a rate that is not finite, a body kind other than 'T' and 'C', or a
-    // body attached to itself or to a name no earlier body has.
+    // or a rate that is not finite, a body kind other than 'T' and 'C', a
+    // tool file perturbation that is negative or not finite, or a body
+    // attached to itself or to a name no earlier body has.
     SceneRenderer(const DeviceDescription& description, Scene scene);
 
     const Scene& scene() const { return scene_; }

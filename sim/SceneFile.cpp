@@ -201,6 +201,15 @@ void apply(const Statement& s, Scene& scene, std::vector<BodyLines>& bodyLines,
             s.fail(carrier == body.name ? "body '" + body.name + "' cannot carry itself"
                                         : "no body '" + carrier + "' before this one");
         body.attachedTo = carrier;
+    } else if (keyword == "unlisted") {
+        s.expectArguments(0, 0, "nothing");
+        currentBody().listed = false;
+    } else if (keyword == "perturb") {
+        s.expectArguments(1, 3, "'MM [seed N]'");
+        RigidBody& body = currentBody();
+        body.filePerturbationMm = s.number(1);
+        if (body.filePerturbationMm < 0.0) s.fail("tool file perturbation must not be negative");
+        body.filePerturbationSeed = s.seedAt(2);
     } else if (keyword == "tip") {
         s.expectArguments(3, 3, "'X Y Z'");
         currentBody().tip = s.point(1);
@@ -331,6 +340,10 @@ std::string formatScene(const Scene& scene) {
         }
         if (body.kind != 'T') out += std::string("kind ") + body.kind + "\n";
         if (!body.attachedTo.empty()) out += "attach " + nameWord(body.attachedTo) + "\n";
+        if (!body.listed) out += "unlisted\n";
+        if (body.filePerturbationMm != 0.0 || body.filePerturbationSeed != 0)
+            out += "perturb " + exact(body.filePerturbationMm) + " seed " +
+                   std::to_string(body.filePerturbationSeed) + "\n";
         out += "tip " + exact(body.tip) + "\n";
         out += "tipaxis " + exact(body.tipAxis) + "\n";
     }

@@ -11,8 +11,9 @@
 //   marker X Y Z [left|right]     a still marker; "left" or "right": seen by
 //                                 that camera only
 //   body NAME                     starts a rigid body (NAME: one word); the
-//                                 point, motion, kind, attach, tip and
-//                                 tipaxis lines after it belong to it
+//                                 point, motion, kind, attach, unlisted,
+//                                 perturb, tip and tipaxis lines after it
+//                                 belong to it
 //   point X Y Z [left|right]      a point of the current body, in its rest
 //                                 pose (where it is at time 0 unless it or a
 //                                 body carrying it pivots)
@@ -35,6 +36,14 @@
 //   attach NAME                   the current body is carried by the earlier
 //                                 body NAME: its own motion, then NAME's
 //                                 (and so on up the chain) move its points
+//   unlisted                      the current body gets no tool file (a
+//                                 tool the host does not know yet); it is
+//                                 seen and moves as any other
+//   perturb MM [seed N]           its tool file holds each point moved by MM
+//                                 (0 or more) in a direction drawn from seed
+//                                 N (default 0) and the point's index, while
+//                                 the markers seen stay true (SceneTools.h:
+//                                 fileMarkers; default 0, the true points)
 //   tip X Y Z                     the current body's tool tip, in its tool
 //                                 frame (default 0 0 -150; Scene.h: RigidBody)
 //   tipaxis X Y Z                 its second tip-section point, tool frame
@@ -50,8 +59,8 @@
 //   cameravalues LEFT RIGHT       camera values 0-255 of every frame (default
 //                                 0 0; a host flags a frame above 5)
 //
-// A setting given twice takes its last value (also kind, attach, tip and
-// tipaxis). A body needs at least one point and at most one motion line.
+// A setting given twice takes its last value (also kind, attach, perturb,
+// tip and tipaxis). A body needs at least one point and at most one motion line.
 // Example:
 //
 //   framerate 60

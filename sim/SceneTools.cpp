@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <fstream>
 #include <initializer_list>
+#include <random>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -46,11 +47,34 @@ std::string pointLine(const Point3& p) {
     return line;
 }
 
+bool isUsablePerturbation(double mm) { return mm >= 0.0 && std::isfinite(mm); }
+
+// A direction uniform on the unit sphere from the seed and the marker index
+// alone: z uniform in [-1, 1] and the azimuth uniform in [0, 2 pi), since
+// bands of equal height cut equal areas from a sphere. Uniform numbers are
+// made from the generator's raw 64-bit output, whose sequence the language
+// fixes, rather than through a standard distribution, whose algorithm each
+// standard library chooses, so that a tool file comes out the same wherever
+// it is written.
+Point3 perturbationDirection(std::uint64_t seed, std::uint64_t index) {
+    std::seed_seq sequence{static_cast<std::uint32_t>(seed), static_cast<std::uint32_t>(seed >> 32),
+                           static_cast<std::uint32_t>(index),
+                           static_cast<std::uint32_t>(index >> 32)};
+    std::mt19937_64 random(sequence);
+    const auto uniform = [&random]() {  // [0, 1) in steps of 2^-53
+        return static_cast<double>(random() >> 11) * 0x1p-53;
+    };
+    const double z = 2.0 * uniform() - 1.0;
+    const double azimuth = kTwoPi * uniform();
+    const double across = std::sqrt(1.0 - z * z);
+    return {across * std::cos(azimuth), across * std::sin(azimuth), z};
+}
+
 std::string toolFileText(const RigidBody& body) {
     const std::size_t n = body.points.size();
     const unsigned long mask = (1ul << n) - 1ul;
     std::string text = body.name + "\n" + body.kind + "\n" + std::to_string(n) + "\n";
-    for (const Point3& p : toolMarkers(body))
+    for (const Point3& p : fileMarkers(body))
         text += pointLine(p) + " " + std::to_string(mask) + "\n";
     text += "2\n" + pointLine(body.tip) + "\n" + pointLine(body.tipAxis) + "\n";
     return text;
@@ -80,6 +104,21 @@ std::vector<Point3> toolMarkers(const RigidBody& body) {
     for (const SceneMarker& m : body.points)
         local.push_back({m.position.x - c.x, m.position.y - c.y, m.position.z - c.z});
     return local;
+}
+
+std::vector<Point3> fileMarkers(const RigidBody& body) {
+    const double mm = body.filePerturbationMm;
+    if (!isUsablePerturbation(mm))
+        throw std::invalid_argument("body '" + body.name + "' has a tool file perturbation of " +
+                                    std::to_string(mm) + " mm, not zero or more");
+    std::vector<Point3> points = toolMarkers(body);
+    // Without a perturbation the file holds the true points bit for bit.
+    if (mm == 0.0) return points;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const Point3 d = perturbationDirection(body.filePerturbationSeed, i);
+        points[i] = {points[i].x + mm * d.x, points[i].y + mm * d.y, points[i].z + mm * d.z};
+    }
+    return points;
 }
 
 ToolPose bodyPoseAt(const Scene& scene, std::size_t bodyIndex, std::uint64_t frameIndex) {
@@ -113,11 +152,13 @@ bool writeToolFiles(const Scene& scene, const std::string& directory) {
     std::set<std::string> names;
     for (const RigidBody& body : scene.bodies)
         if (!isUsableToolName(body.name, names) || body.points.empty() ||
-            body.points.size() > kMaxToolFilePoints || (body.kind != 'T' && body.kind != 'C'))
+            body.points.size() > kMaxToolFilePoints || (body.kind != 'T' && body.kind != 'C') ||
+            !isUsablePerturbation(body.filePerturbationMm))
             return false;
     const std::string prefix =
         directory.empty() || directory.back() == '/' ? directory : directory + "/";
     for (const RigidBody& body : scene.bodies) {
+        if (!body.listed) continue;
         std::ofstream file(prefix + body.name + ".vyxtool", std::ios::binary | std::ios::trunc);
         file << toolFileText(body);
         file.close();
@@ -230,6 +271,45 @@ Scene referenceScene() {
     scene.bodies.push_back(std::move(reference));
     scene.bodies.push_back(std::move(pointer));
     scene.bodies.push_back(std::move(drill));
+    return scene;
+}
+
+Scene toolMakingScene(std::size_t markerCount) {
+    if (markerCount != 4 && markerCount != 5)
+        throw std::invalid_argument("a tool to make has 4 or 5 markers, not " +
+                                    std::to_string(markerCount));
+    // Two markers off the plane by a few millimetres, so that the
+    // constellation is not flat; four markers take the first four.
+    const Point3 layout[] = {{54, 43, 0}, {-30, 45, 0}, {41, -32, 4}, {-62, 13, 0}, {-11, -21, -3}};
+    const Point3 anchor{0.0, -10.0, 1500.0};
+    RigidBody tool;
+    tool.name = "newtool";
+    tool.listed = false;
+    for (std::size_t i = 0; i < markerCount; ++i)
+        tool.points.push_back(
+            {{anchor.x + layout[i].x, anchor.y + layout[i].y, anchor.z + layout[i].z},
+             Visibility::Both});
+    tool.motion = Motion::rotate({1.0, -1.0, 3.0}, centroidOf(tool), 0.3);
+
+    Scene scene;
+    scene.frameRateHz = 60.0;
+    scene.bodies.push_back(std::move(tool));
+    return scene;
+}
+
+Scene selfCalibrationScene(double perturbationMm, std::uint64_t seed) {
+    if (!isUsablePerturbation(perturbationMm))
+        throw std::invalid_argument("a tool file perturbation must be zero or more, not " +
+                                    std::to_string(perturbationMm));
+    RigidBody wand = demoBody("wand", {20.0, 0.0, 1500.0},
+                              {{61, 11, 0}, {9, 48, 0}, {28, -70, 0}, {-46, -6, 0}});
+    wand.motion = Motion::rotate({-1.0, 2.0, 5.0}, centroidOf(wand), 0.3);
+    wand.filePerturbationMm = perturbationMm;
+    wand.filePerturbationSeed = seed;
+
+    Scene scene;
+    scene.frameRateHz = 60.0;
+    scene.bodies.push_back(std::move(wand));
     return scene;
 }
 

@@ -1,14 +1,15 @@
 // The tools of a scene: each rigid body as a tool (its markers in its own
 // frame, its pose over time, its tool file), and built-in scenes: three tools
-// for trying tool recognition end to end, and the motions tool calibration
+// for trying tool recognition end to end, the motions tool calibration
 // procedures work on (pivoting, a pointer in a calibrator's hole, tools
-// carried by a reference).
+// carried by a reference), a tool not yet in the library, for making one,
+// and a tool whose file is off, for self-calibration.
 //
 // A body's tool frame (Scene.h, RigidBody): origin at the centroid of its
 // points in the rest pose, axes of the measurement frame. A pose maps tool
 // coordinates into measurement coordinates, p = R p_tool + T, millimetres.
 // The ground truth of every built-in scene is bodyPoseAt() together with
-// each body's tip and tipAxis.
+// each body's tip and tipAxis, toolMarkers() and fileMarkers().
 #pragma once
 
 #include "sim/Scene.h"
@@ -31,6 +32,17 @@ Point3 toMeasurement(const ToolPose& pose, const Point3& toolPoint);
 // The body's points in its tool frame, in the body's order.
 std::vector<Point3> toolMarkers(const RigidBody& body);
 
+// The points the body's tool file holds, in the body's order: point i of
+// toolMarkers() moved by exactly filePerturbationMm in a direction uniform
+// on the sphere, drawn from a generator seeded by filePerturbationSeed and i
+// alone (so the same body always gives the same file, and each point its own
+// direction); toolMarkers() itself when the perturbation is 0. These are the
+// values before the file's "%f" rounding (1e-6 mm). The file keeps the true
+// tool frame; what a self-calibration has to remove is the difference from
+// toolMarkers(). Throws std::invalid_argument for a body without points or
+// with a perturbation that is negative or not finite.
+std::vector<Point3> fileMarkers(const RigidBody& body);
+
 // The pose of body `bodyIndex` at frame `frameIndex`: the tool frame carried
 // by the body's motion and those of the bodies carrying it (Scene::
 // bodyPointAt); in the rest pose the identity rotation and the centroid, which
@@ -40,15 +52,17 @@ std::vector<Point3> toolMarkers(const RigidBody& body);
 // earlier body has.
 ToolPose bodyPoseAt(const Scene& scene, std::size_t bodyIndex, std::uint64_t frameIndex);
 
-// Writes one tool file "<name>.vyxtool" per body into `directory` (which
-// must exist): the name, the body's kind ("T" or "C"), the marker count N, N lines "x y z mask"
-// of the tool-frame points with mask 2^N - 1, then "2", the tip and the
-// second tip-section point; numbers as "%f", one blank between fields, each
-// line ended by a line feed. Every body is checked before any file is
-// written: its name must be a usable file name and tool name (1 to 199
-// characters, no white space, no '/', not "." or "..", no two bodies alike)
-// it must have 1 to 30 points (so that the mask fits a 32-bit integer) and
-// kind 'T' or 'C'.
+// Writes one tool file "<name>.vyxtool" per listed body into `directory`
+// (which must exist): the name, the body's kind ("T" or "C"), the marker
+// count N, N lines "x y z mask" of fileMarkers() with mask 2^N - 1, then
+// "2", the tip and the second tip-section point; numbers as "%f", one blank
+// between fields, each line ended by a line feed. An unlisted body gets no
+// file. Every body, listed or not, is checked before any file is written, so
+// that a scene's bodies keep distinct names whichever of them are listed:
+// its name must be a usable file name and tool name (1 to 199 characters,
+// no white space, no '/', not "." or "..", no two bodies alike), it must
+// have 1 to 30 points (so that the mask fits a 32-bit integer), kind 'T' or
+// 'C' and a file perturbation of zero or more, finite.
 // Returns false when a body fails these checks or a file cannot be written.
 bool writeToolFiles(const Scene& scene, const std::string& directory);
 
@@ -125,5 +139,39 @@ Scene tipCalibrationScene(double radPerSecond = 0.5);
 // marker stays in both images through a whole turn of the reference. 60
 // frames per second, no noise.
 Scene referenceScene();
+
+// Making a tool: one body "newtool" of `markerCount` (4 or 5) markers that
+// is unlisted, so no tool file knows it, and nothing else in view. Markers,
+// about the anchor (0, -10, 1500), roughly in a plane facing the cameras:
+//   (54, 43, 0), (-30, 45, 0), (41, -32, 4), (-62, 13, 0), (-11, -21, -3)
+// (the first four for markerCount 4), so that they are not coplanar. The
+// inter-marker distances run from 45 to 120 mm, each more than 7 mm from
+// every other. The body turns at 0.3 rad/s about the axis (1, -1, 3)
+// through its centroid, so that its plane tilts up to about 50 degrees from
+// facing the cameras and a refinement sees it in varied poses; every marker
+// stays in both images through a whole turn (1257 frames). 60 frames per
+// second, no noise, no strays.
+// Ground truth: toolMarkers() of the body is the constellation a tool maker
+// should find (up to the choice of its frame), bodyPoseAt() its pose at
+// each frame. Throws std::invalid_argument for another marker count.
+Scene toolMakingScene(std::size_t markerCount);
+
+// Self-calibration of a tool whose file is slightly off: one listed
+// four-marker body "wand" whose tool file holds its markers each moved by
+// `perturbationMm` (filePerturbationMm, seed `seed`), and nothing else in
+// view. Markers in a plane facing the cameras, at (61, 11), (9, 48),
+// (28, -70), (-46, -6) mm in x and y from the anchor (20, 0, 1500): 64 to
+// 120 mm apart, each distance more than 10 mm from every other. It turns at
+// 0.3 rad/s about the axis (-1, 2, 5) through its centroid; every marker
+// stays in both images through a whole turn (1257 frames). 60 frames per
+// second, no noise, no strays.
+// Ground truth: toolMarkers() is the true constellation, fileMarkers() what
+// the host reads from the file, bodyPoseAt() the true pose. A calibration
+// that removes the perturbation gives back toolMarkers() up to a small rigid
+// motion of the frame, since the points define the frame only through their
+// fit to the file's points; compare shapes (inter-marker distances, or after
+// a rigid fit). Throws std::invalid_argument for a perturbation that is
+// negative or not finite.
+Scene selfCalibrationScene(double perturbationMm = 0.4, std::uint64_t seed = 1);
 
 }  // namespace vyx::sim

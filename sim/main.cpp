@@ -200,9 +200,17 @@ int writeTools(const vyx::sim::Scene& scene, const std::string& directory) {
                   << " (body names must be distinct single words, bodies 1 to 30 points)\n";
         return 1;
     }
-    for (const vyx::sim::RigidBody& body : scene.bodies)
+    for (const vyx::sim::RigidBody& body : scene.bodies) {
+        if (!body.listed) {
+            std::cout << body.name << ": unlisted, no tool file\n";
+            continue;
+        }
         std::cout << directory << (directory.back() == '/' ? "" : "/") << body.name
-                  << ".vyxtool: " << body.points.size() << " markers\n";
+                  << ".vyxtool: " << body.points.size() << " markers";
+        if (body.filePerturbationMm != 0.0)
+            std::cout << ", each moved by " << body.filePerturbationMm << " mm";
+        std::cout << "\n";
+    }
     return 0;
 }
 

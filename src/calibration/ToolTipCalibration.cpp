@@ -14,14 +14,6 @@ constexpr int kMinFrameMarkers = 3;
 constexpr int kMaxFrameMarkers = 199;
 constexpr int kMinMatch = 3;
 
-cv::Mat framePoints(const T_MarkerInfo& frame, int count) {
-    cv::Mat points(count, 3, CV_32F);
-    for (int i = 0; i < count; ++i)
-        for (int k = 0; k < 3; ++k)
-            points.at<float>(i, k) = static_cast<float>(frame.MarkerCoordinate[i][k]);
-    return points;
-}
-
 cv::Vec3f apply(const cv::Mat& R, const cv::Mat& T, const float* p) {
     const cv::Matx33f r(R.ptr<float>());
     const cv::Vec3f t(T.ptr<float>());
@@ -85,7 +77,7 @@ int ToolTipCalibration::proceed(ToolLibrary& library, ToolTipProgress& shared,
     info.finished = shared.finished;
     info.progress = shared.progress;
     if (frame.MarkerNumber < kMinFrameMarkers || frame.MarkerNumber > kMaxFrameMarkers) return -1;
-    cv::Mat observed = framePoints(frame, static_cast<int>(frame.MarkerNumber));
+    cv::Mat observed = markerMatrix(frame);
 
     shared.progress = static_cast<float>(shared.acceptedFrames) / kToolTipTargetFrames;
     info.progress = shared.progress;

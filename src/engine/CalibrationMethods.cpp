@@ -39,6 +39,35 @@ int VyxPosFunc::Zelmor_GetToolTipPivotQuality(T_ToolTipPivotQuality& quality) {
     return pivotCalibration_.quality(quality) ? RV_SUCCESS : RV_FAILED;
 }
 
+int VyxPosFunc::Zelmor_InitToolSelfCalibration(int toolIndex, int& markerCount) {
+    return selfCalibration_.init(toolLibrary_, toolIndex, markerCount);
+}
+
+int VyxPosFunc::Zelmor_InitToolSelfCalibration(const char* name, int& markerCount) {
+    return selfCalibration_.init(toolLibrary_, name, markerCount);
+}
+
+int VyxPosFunc::Zelmor_CalibrateToolSelf(T_MarkerInfo& markers, t_ToolFixProInfo& info) {
+    return selfCalibration_.proceed(markers, info, toolFindOffset_.load(std::memory_order_relaxed));
+}
+
+int VyxPosFunc::Zelmor_SaveToolSelfCalbation(E_ToolFixRlt decision) {
+    return selfCalibration_.save(decision);
+}
+
+int VyxPosFunc::Zelmor_InitToolMadeInfo(int markerCount, const char* name) {
+    return toolMaking_.init(markerCount, name, selfCalibration_);
+}
+
+int VyxPosFunc::Zelmor_ProceedToolMade(T_MarkerInfo& markers, t_ToolMadeProInfo& info) {
+    return toolMaking_.proceed(markers, info, selfCalibration_, toolLibrary_.toolInfoFilePath(),
+                               toolFindOffset_.load(std::memory_order_relaxed));
+}
+
+int VyxPosFunc::Zelmor_SaveToolMadeRlt(bool save) {
+    return toolMaking_.save(save, toolLibrary_, selfCalibration_);
+}
+
 int VyxPosFunc::Zelmor_CalibrationToolCoordinateRenewInit(const char*, const char*) {
     return RV_FAILED;
 }
@@ -46,10 +75,6 @@ int VyxPosFunc::Zelmor_CalibrationToolCoordinateRenew(T_MarkerInfo&, t_ToolTipCa
     return RV_FAILED;
 }
 int VyxPosFunc::Zelmor_SaveToolCoordinateRenew() { return RV_FAILED; }
-int VyxPosFunc::Zelmor_InitToolSelfCalibration(int, int&) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_InitToolSelfCalibration(const char*, int&) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_CalibrateToolSelf(T_MarkerInfo&, t_ToolFixProInfo&) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_SaveToolSelfCalbation(E_ToolFixRlt) { return RV_FAILED; }
 int VyxPosFunc::Zelmor_AccuracyCheckInitTool(const char*, const char*, const char*) {
     return RV_FAILED;
 }
@@ -63,9 +88,6 @@ int VyxPosFunc::Zelmor_AccuracyCheckToolCalculateErro(float&, float&, float*) {
     return RV_FAILED;
 }
 int VyxPosFunc::Zelmor_AccuracyToolMade(double**, int) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_InitToolMadeInfo(int, const char*) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_ProceedToolMade(T_MarkerInfo&, t_ToolMadeProInfo&) { return RV_FAILED; }
-int VyxPosFunc::Zelmor_SaveToolMadeRlt(bool) { return RV_FAILED; }
 int VyxPosFunc::Zelmor_InitMappingPointSetsForMarkerSpaceReg(const float (*points)[3], int count,
                                                              float tolerance) {
     return markerSpaceRegistration_.init(points, count, tolerance);

@@ -18,6 +18,9 @@ const char* VyxPosFunc::Zelmor_GetToolInfoFilePath() {
 }
 
 int VyxPosFunc::Zelmor_SetToolInfoFilePath(const char* path, bool clearFirst) {
+    // A library tool under self-calibration goes away with the library; a
+    // tool still being made does not belong to it.
+    if (clearFirst && selfCalibration_.tool() != toolMaking_.tool()) selfCalibration_.forget();
     return toolLibrary_.setToolInfoFilePath(path, clearFirst);
 }
 

@@ -6,6 +6,8 @@
 
 #include "VyxPositionTypes.h"
 #include "calibration/PivotCalibration.h"
+#include "calibration/ToolMaking.h"
+#include "calibration/ToolSelfCalibration.h"
 #include "calibration/ToolTipCalibration.h"
 #include "camera/CameraParameters.h"
 #include "camera/StereoCompensation.h"
@@ -294,6 +296,9 @@ private:
     PivotCalibration pivotCalibration_;
     // The host's point set for marker-space registration.
     MarkerSpaceRegistration markerSpaceRegistration_;
+    // Self-calibration works on a library tool or on the tool being made.
+    ToolSelfCalibration selfCalibration_;
+    ToolMaking toolMaking_;
 
     // Receiver threads, started in this order and joined in this order.
     std::thread usbThread_;

@@ -308,6 +308,19 @@ bool rewritePivotTipSection(const T_ToolPtMatchInfo& info, int mode) {
     return replaceFileText(info.filePath, text.str());
 }
 
+T_ToolCoorSysInfo toolCacheOf(const T_ToolPtMatchInfo& tool) {
+    T_ToolCoorSysInfo cache;
+    cache.toolName = tool.toolName;
+    cache.filePath = tool.filePath;
+    cache.toolKind = tool.toolKind;
+    cache.markerCount = tool.markerCount;
+    cache.markerPositions = tool.markerPositions;
+    cache.markerMasks = tool.markerMasks;
+    for (std::size_t k = 0; k < cache.tipPoints.size() && k < tool.tipPoints.size(); ++k)
+        cache.tipPoints[k] = tool.tipPoints[k];
+    return cache;
+}
+
 int WrtieFormatToolInfoFronCache(const T_ToolCoorSysInfo* cache) {
     if (cache == nullptr) return 0;
     const T_ToolCoorSysInfo& tool = *cache;

@@ -129,6 +129,10 @@ int rewriteToolTipSection(const T_ToolPtMatchInfo& info);
 // record's count is below 1; false after truncation when writing fails.
 bool rewritePivotTipSection(const T_ToolPtMatchInfo& info, int mode);
 
+// The cache of a library record: name, file path, kind, count, positions,
+// masks and first tip pair.
+T_ToolCoorSysInfo toolCacheOf(const T_ToolPtMatchInfo& tool);
+
 // Writes the cached tool to cache->filePath in the file layout, each marker
 // line carrying that marker's own mask and the tip-section count 2. Returns 1
 // when written; 0 for a null or inconsistent cache (name empty, over 199

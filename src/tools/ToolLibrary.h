@@ -75,6 +75,11 @@ public:
     // beside its ROM file, never over it. No companion file is looked for.
     void ReadFormatToolInfoFromFileRom(const char* fileName);
 
+    // Appends a record made elsewhere (tool making); null is ignored.
+    void append(std::unique_ptr<T_ToolPtMatchInfo> tool) {
+        if (tool) tools_.push_back(std::move(tool));
+    }
+
     // Frees every record. Afterwards the count is 0; pointers handed out by
     // getAllToolFilesBaseInfo are no longer valid.
     void ReleaseToolPtMatchList();

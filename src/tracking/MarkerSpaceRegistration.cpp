@@ -31,10 +31,7 @@ int MarkerSpaceRegistration::map(const T_MarkerInfo& frame, T_VyxToolDataResult&
     if (frame.MarkerNumber < kMinFrameMarkers || frame.MarkerNumber > kMaxFrameMarkers) return -1;
     if (!pointSet_) return -1;
     const int count = static_cast<int>(frame.MarkerNumber);
-    cv::Mat observed(count, 3, CV_32F);
-    for (int i = 0; i < count; ++i)
-        for (int k = 0; k < 3; ++k)
-            observed.at<float>(i, k) = static_cast<float>(frame.MarkerCoordinate[i][k]);
+    const cv::Mat observed = markerMatrix(frame);
     // Every marker of the frame may serve the point set.
     std::vector<int> remaining(static_cast<std::size_t>(count));
     std::iota(remaining.begin(), remaining.end(), 0);

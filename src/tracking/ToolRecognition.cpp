@@ -541,6 +541,16 @@ bool FindSpecificToolInfo(T_ToolPtMatchInfo& tool, const cv::Mat& observed,
                                 tolerance, settings);
 }
 
+cv::Mat markerMatrix(const T_MarkerInfo& frame) {
+    const int count = static_cast<int>(std::min<std::uint32_t>(frame.MarkerNumber, VYX_MAX_MARKERS));
+    cv::Mat observed(count, 3, CV_32F);
+    for (int i = 0; i < count; ++i) {
+        float* row = observed.ptr<float>(i);
+        for (int k = 0; k < 3; ++k) row[k] = static_cast<float>(frame.MarkerCoordinate[i][k]);
+    }
+    return observed;
+}
+
 void JoinDifferent(int value, std::vector<int>& list) {
     if (std::find(list.begin(), list.end(), value) == list.end()) list.push_back(value);
 }
@@ -571,11 +581,7 @@ int findNamedTools(std::list<std::unique_ptr<T_ToolPtMatchInfo>>& tools, const T
     }
 
     const int count = static_cast<int>(markerCount);
-    cv::Mat observed(count, 3, CV_32F);
-    for (int i = 0; i < count; ++i) {
-        float* row = observed.ptr<float>(i);
-        for (int k = 0; k < 3; ++k) row[k] = static_cast<float>(frame.MarkerCoordinate[i][k]);
-    }
+    const cv::Mat observed = markerMatrix(frame);
     FrameDistances distances;
     distances.assign(observed);
     std::vector<int> remaining(static_cast<std::size_t>(count));

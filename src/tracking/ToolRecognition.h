@@ -139,6 +139,9 @@ bool FindSpecificToolInfo(T_ToolPtMatchInfo& tool, const cv::Mat& observed,
                           T_VyxToolDataResult& result, std::vector<int>& remaining, int minMatch,
                           float tolerance, const RecognitionSettings& settings);
 
+// The frame's first min(MarkerNumber, 200) markers as an M x 3 CV_32F matrix.
+cv::Mat markerMatrix(const T_MarkerInfo& frame);
+
 // Appends value to list unless the list already holds it.
 void JoinDifferent(int value, std::vector<int>& list);
 

@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -206,9 +207,12 @@ point 40 -150 1500
 motion pivot 0 0 1500  0 -1 0  0.25 1.5 -0.5
 kind C
 attach probe
+unlisted
+perturb 0.25 seed 77
 body cart
 point 5 5 2000
 motion translate 100 0 -50
+perturb 1.5
 noise 0.1 seed 42
 stray 2 seed 9
 temperature ramp 25 0.01
@@ -244,6 +248,13 @@ cameravalues 3 7
     const Scene again = parseScene(text);
     EXPECT_EQ(formatScene(again), text);
     EXPECT_EQ(again.straySeed, 9u);
+    const std::vector<RigidBody>& b = again.bodies;  // read, written and read again
+    EXPECT_TRUE(b[0].listed && !b[1].listed && b[2].listed);
+    EXPECT_EQ(b[0].filePerturbationMm, 0.0);
+    EXPECT_EQ(b[1].filePerturbationMm, 0.25);
+    EXPECT_EQ(b[1].filePerturbationSeed, 77u);
+    EXPECT_EQ(b[2].filePerturbationMm, 1.5);
+    EXPECT_EQ(b[2].filePerturbationSeed, 0u);
     for (std::uint64_t frame : {0u, 77u, 1000u}) {
         const auto p = scene.positionsAt(frame), q = again.positionsAt(frame);
         ASSERT_EQ(p.size(), q.size());
@@ -274,6 +285,11 @@ TEST(SceneFile, NamesTheLineOfAFault) {
         {"body a\npoint 0 0 1000\nmotion pivot 0 0 0  0 0 0  0.1 1 1\n", 3},
         {"body a\npoint 0 0 1000\nmotion pivot 0 0 0  0 1 0  1.6 1 1\n", 3},
         {"body a\npoint 0 0 1000\nmotion pivot 0 0 0  0 1 0  0.1 1\n", 3},
+        {"perturb 0.5\n", 1},
+        {"body a\npoint 0 0 1000\nperturb -0.1\n", 3},
+        {"body a\npoint 0 0 1000\nperturb 0.5 seed\n", 3},
+        {"body a\npoint 0 0 1000\nperturb inf\n", 3},
+        {"body a\npoint 0 0 1000\nunlisted yes\n", 3},
     };
     for (const auto& [text, line] : cases) {
         try {
@@ -383,6 +399,8 @@ TEST(SceneChecks, RejectBadAttachmentsPivotsAndKinds) {
         {"half-angle", pivoting({0, 1, 0}, 1.5708, 1)},
         {"zero axis", pivoting({}, 0.1, 1)},
         {"rate", pivoting({0, 1, 0}, 0.1, std::nan(""))},
+        {"perturbation", [](Scene& s) { s.bodies[0].filePerturbationMm = -0.1; }},
+        {"perturbation nan", [](Scene& s) { s.bodies[1].filePerturbationMm = std::nan(""); }},
     };
     EXPECT_NO_THROW(SceneRenderer(defaultDescription(), tipCalibrationScene()));
     for (const auto& [what, spoil] : cases) {
@@ -399,19 +417,32 @@ TEST(CalibrationScenes, StayInViewAndMatchTheirFiles) {
         const char* file;  // the scene file that holds the same scene, if any
         Scene scene;
         std::uint64_t frames;  // a full cycle of the motion, or more
-    } cases[] = {{"pivot_demo.scene", pivotScene(0.5), 200},
-                 {nullptr, pivotScene(0.6), 200},
-                 {"tip_calibration_demo.scene", tipCalibrationScene(), 760},
-                 {nullptr, referenceScene(), 1885}};
-    for (const auto& [file, scene, frames] : cases) {
+        std::size_t markers;   // all of the scene's markers
+    } cases[] = {{"pivot_demo.scene", pivotScene(0.5), 200, 4},
+                 {nullptr, pivotScene(0.6), 200, 4},
+                 {"tip_calibration_demo.scene", tipCalibrationScene(), 760, 8},
+                 {nullptr, referenceScene(), 1885, 13},
+                 {nullptr, toolMakingScene(4), 1257, 4},
+                 {nullptr, toolMakingScene(5), 1257, 5},
+                 {nullptr, selfCalibrationScene(), 1257, 4}};
+    for (const auto& [file, scene, frames, markers] : cases) {
         if (file) {
             EXPECT_EQ(formatScene(loadSceneFile(scenes + file)), formatScene(scene)) << file;
         }
+        ASSERT_EQ(scene.positionsAt(0).size(), markers);
         const SceneRenderer renderer(defaultDescription(), scene);
         for (std::uint64_t k = 0; k < frames; ++k) {
             const MarkerFrame frame = renderer.frame(k, 1);
-            ASSERT_EQ(frame.left.size(), scene.positionsAt(0).size()) << k;
-            ASSERT_EQ(frame.right.size(), frame.left.size()) << k;
+            ASSERT_EQ(frame.left.size(), markers) << k;
+            ASSERT_EQ(frame.right.size(), markers) << k;
+        }
+        for (const RigidBody& body : scene.bodies) {  // no two distances within 5 mm
+            const std::vector<Point3> p = toolMarkers(body);
+            std::vector<double> d;
+            for (std::size_t i = 0; i < p.size(); ++i)
+                for (std::size_t j = i + 1; j < p.size(); ++j) d.push_back(distance(p[i], p[j]));
+            std::sort(d.begin(), d.end());
+            for (std::size_t i = 1; i < d.size(); ++i) EXPECT_GT(d[i] - d[i - 1], 5.0) << body.name;
         }
     }
     // The pointer's tip and tip axis stay where the calibrator's are.
@@ -434,6 +465,56 @@ TEST(SceneTools, ToolFilesStateTheBodyKind) {
         EXPECT_EQ(text.rfind(head, 0), 0u) << text;
     }
     std::filesystem::remove_all(directory);
+}
+
+TEST(SceneTools, PerturbedFilesHoldFileMarkersAndUnlistedBodiesNone) {
+    const auto directory =
+        std::filesystem::temp_directory_path() / ("vyx_scene_file_" + std::to_string(::getpid()));
+    std::filesystem::create_directories(directory);
+    const auto wandFile = [&](double mm, std::uint64_t seed) {
+        Scene scene = selfCalibrationScene(mm, seed);
+        scene.bodies.push_back(toolMakingScene(5).bodies[0]);
+        EXPECT_TRUE(writeToolFiles(scene, directory.string()));
+        EXPECT_FALSE(std::filesystem::exists(directory / "newtool.vyxtool"));
+        std::ifstream file(directory / "wand.vyxtool");
+        return std::string{std::istreambuf_iterator<char>(file), {}};
+    };
+    const std::string text = wandFile(0.4, 1);
+    const RigidBody wand = selfCalibrationScene(0.4, 1).bodies[0];
+    const std::vector<Point3> truth = toolMarkers(wand), written = fileMarkers(wand);
+    std::istringstream in(text);
+    std::string line;
+    for (int i = 0; i < 3; ++i) std::getline(in, line);  // name, kind, count
+    ASSERT_EQ(written.size(), 4u);
+    for (std::size_t i = 0; i < 4; ++i) {
+        Point3 p;
+        ASSERT_TRUE(std::getline(in, line));
+        std::istringstream(line) >> p.x >> p.y >> p.z;
+        EXPECT_LT(distance(p, written[i]), 1e-5) << i;
+        EXPECT_NEAR(distance(written[i], truth[i]), 0.4, 1e-9) << i;
+        // Each marker its own way, not the whole tool shifted.
+        const Point3 shift = minus(written[i], truth[i]), first = minus(written[0], truth[0]);
+        EXPECT_TRUE(i == 0 || distance(shift, first) > 0.1) << i;
+    }
+    EXPECT_EQ(wandFile(0.4, 1), text);
+    EXPECT_NE(wandFile(0.4, 2), text);
+    EXPECT_EQ(wandFile(0.0, 1), wandFile(0.0, 2));  // unperturbed: the true points
+    std::filesystem::remove_all(directory);
+
+    // Directions uniform on the sphere: centred, and as often within 30
+    // degrees of the equator (|z| < 0.5) as beyond.
+    RigidBody single;
+    single.points = {{{0, 0, 1500}, Visibility::Both}};
+    single.filePerturbationMm = 1.0;
+    Point3 sum;
+    int nearEquator = 0;
+    for (std::uint64_t& seed = single.filePerturbationSeed; seed < 2000; ++seed) {
+        const Point3 d = fileMarkers(single)[0];
+        sum = {sum.x + d.x, sum.y + d.y, sum.z + d.z};
+        nearEquator += std::abs(d.z) < 0.5;
+    }
+    EXPECT_LT(distance(sum, {}) / 2000, 0.05);
+    EXPECT_NEAR(nearEquator, 1000, 90);
 }
 
 }  // namespace
