@@ -299,7 +299,8 @@ typedef struct T_ToolTipPivotQuality {
     float AngularSpreadDeg;      /* largest angle between two of the tool's orientations, degrees */
     float ShaftSpreadDeg;        /* largest angle between two directions of the shaft (pivot point to
                                     tool origin), degrees; twisting the tool about its shaft does not
-                                    count, since it leaves the tip along the shaft undetermined */
+                                    count, since it leaves the tip along the shaft undetermined (for a
+                                    tool whose origin lies within 1 mm of its tip: AngularSpreadDeg) */
     float SmallestSingularValue; /* smallest singular value of the 600 x 6 system (largest is about 20) */
     float TipPrecision;          /* predicted 1-sigma error of t, mm: the square root of the trace of
                                     t's covariance, (A^T A)^-1 (sum_i A_i^T S A_i) (A^T A)^-1, with S the
