@@ -14,7 +14,7 @@
 //   vyx_accuracy_calibration [--seeds N] [--noise PX]
 //
 // Each run serves on its own loopback address, 127.0.1.2, 127.0.1.3, ...,
-// port 7 (port 7 needs root).
+// on a free unprivileged port.
 #include "VyxPositionAPI.h"
 #include "sim/DeviceDescription.h"
 #include "sim/Scene.h"
@@ -51,9 +51,10 @@ public:
         tracker_.setMarkerFrameSource(sceneFrameSource(defaultDescription(), scene));
         const auto c = static_cast<unsigned char>(1 + host / 250);
         const auto d = static_cast<unsigned char>(1 + host % 250);
-        tracker_.start("127.0." + std::to_string(c) + "." + std::to_string(d), 7);
+        tracker_.start("127.0." + std::to_string(c) + "." + std::to_string(d), 0);
         Vyx_API_Initial(&handle);
         Vyx_SetEthernetConnectIP(handle, 127, 0, c, d);
+        Vyx_SetEthernetConnectPort(handle, tracker_.port());
         T_VYXPOS_DATAPARA para{};
         ok_ = writeToolFiles(scene, kDirectory) &&
               Vyx_ConnectDevice(handle, Interface_Ethernet, &para) == RV_SUCCESS &&

@@ -18,9 +18,10 @@ namespace {
 // One tracker and one connected engine for the whole run.
 struct LinkFixture {
     LinkFixture() {
-        tracker.start("127.0.0.250", 7);
+        tracker.start("127.0.0.250", 0);  // a free unprivileged port
         if (Vyx_API_Initial(&handle) != RV_SUCCESS) throw std::runtime_error("initial");
         if (Vyx_SetEthernetConnectIP(handle, 127, 0, 0, 250) != RV_SUCCESS ||
+            Vyx_SetEthernetConnectPort(handle, tracker.port()) != RV_SUCCESS ||
             Vyx_ConnectDevice(handle, Interface_Ethernet, &para) != RV_SUCCESS)
             throw std::runtime_error("connect to the virtual tracker failed");
     }

@@ -5,8 +5,8 @@
 //
 //   vyx_tracking_demo [--seconds N] [--address 127.0.0.X]
 //
-// The tracker listens on port 7, so the demo needs root (or the capability to
-// bind low ports).
+// The tracker listens on a free unprivileged port of that address (rather
+// than the device's port 7), so the demo needs no root.
 #include "VyxPositionAPI.h"
 #include "sim/Scene.h"
 #include "sim/SceneTools.h"
@@ -77,9 +77,9 @@ int main(int argc, char** argv) {
     vyx::sim::VirtualTracker tracker(description);
     tracker.setMarkerFrameSource(vyx::sim::sceneFrameSource(description, scene));
     try {
-        tracker.start(options.address, 7);
+        tracker.start(options.address, 0);
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "cannot start the virtual tracker on %s:7: %s\n",
+        std::fprintf(stderr, "cannot start the virtual tracker on %s: %s\n",
                      options.address.c_str(), e.what());
         return 1;
     }
@@ -89,7 +89,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "cannot write the tool files\n");
         return 1;
     }
-    std::printf("virtual tracker on %s:7, tool files in %s\n", options.address.c_str(), toolDir);
+    std::printf("virtual tracker on %s:%u, tool files in %s\n", options.address.c_str(),
+                static_cast<unsigned>(tracker.port()), toolDir);
 
     // The library, connected to it.
     VyxHandle handle = nullptr;
@@ -100,6 +101,7 @@ int main(int argc, char** argv) {
                                       static_cast<unsigned char>(host >> 16),
                                       static_cast<unsigned char>(host >> 8),
                                       static_cast<unsigned char>(host));
+    if (rc == RV_SUCCESS) rc = Vyx_SetEthernetConnectPort(handle, tracker.port());
     T_VYXPOS_DATAPARA para{};
     if (rc == RV_SUCCESS) rc = Vyx_ConnectDevice(handle, Interface_Ethernet, &para);
     if (rc != RV_SUCCESS) {

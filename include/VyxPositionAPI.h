@@ -408,6 +408,26 @@ VYX_API int Vyx_CalculateRobotTargetPose(VyxHandle handle, const double (*pose)[
  */
 VYX_API int Vyx_GetToolTipPivotQuality(VyxHandle handle, T_ToolTipPivotQuality* quality);
 
+/*
+ * Extension: the TCP port of the Ethernet link (default 7, the tracker's).
+ * Like Vyx_SetEthernetConnectIP it needs no connection and takes effect at
+ * the next Vyx_ConnectDevice; a port other than 7 serves a virtual tracker
+ * run without root. Set: 0, or -1 for port 0. Get: 0, or -1 for a null port.
+ */
+VYX_API int Vyx_SetEthernetConnectPort(VyxHandle handle, unsigned short port);
+VYX_API int Vyx_GetEthernetConnectPort(VyxHandle handle, unsigned short* port);
+
+/*
+ * Extension: the address and TCP port of the tracker's Wi-Fi module (default
+ * 10.10.100.254, port 8899), used from the next Wi-Fi connect on; no
+ * connection needed. Set: 0, or -1 for port 0. Get: 0, or -1 for a null
+ * pointer.
+ */
+VYX_API int Vyx_SetWifiConnectAddress(VyxHandle handle, unsigned char a, unsigned char b,
+                                      unsigned char c, unsigned char d, unsigned short port);
+VYX_API int Vyx_GetWifiConnectAddress(VyxHandle handle, unsigned char* a, unsigned char* b,
+                                      unsigned char* c, unsigned char* d, unsigned short* port);
+
 #ifdef __cplusplus
 } /* extern "C" */
 

@@ -134,6 +134,37 @@ VYX_API int Vyx_GetEthernetConnectIP(VyxHandle handle, unsigned char* a, unsigne
     });
 }
 
+VYX_API int Vyx_SetEthernetConnectPort(VyxHandle handle, unsigned short port) {
+    return lockedCall(handle, [&](VyxPosFunc& e) { return e.Zelmor_SetEthernetConnectPort(port); });
+}
+
+VYX_API int Vyx_GetEthernetConnectPort(VyxHandle handle, unsigned short* port) {
+    return lockedCall(handle, port != nullptr, [&](VyxPosFunc& e) {
+        std::uint16_t value = 0;
+        const int rc = e.Zelmor_GetEthernetConnectPort(value);
+        *port = value;
+        return rc;
+    });
+}
+
+VYX_API int Vyx_SetWifiConnectAddress(VyxHandle handle, unsigned char a, unsigned char b,
+                                      unsigned char c, unsigned char d, unsigned short port) {
+    return lockedCall(handle, [&](VyxPosFunc& e) {
+        return e.Zelmor_SetWifiConnectAddress(a, b, c, d, port);
+    });
+}
+
+VYX_API int Vyx_GetWifiConnectAddress(VyxHandle handle, unsigned char* a, unsigned char* b,
+                                      unsigned char* c, unsigned char* d, unsigned short* port) {
+    const bool valid = a != nullptr && b != nullptr && c != nullptr && d != nullptr && port != nullptr;
+    return lockedCall(handle, valid, [&](VyxPosFunc& e) {
+        std::uint16_t value = 0;
+        const int rc = e.Zelmor_GetWifiConnectAddress(*a, *b, *c, *d, value);
+        *port = value;
+        return rc;
+    });
+}
+
 VYX_API int Vyx_SetLCDShowRawPoint(VyxHandle handle, E_Interface iface, bool show) {
     return connectedCall(handle, [&](VyxPosFunc& e) { return e.Zelmor_SetLCDShowRawPoint(iface, show); });
 }

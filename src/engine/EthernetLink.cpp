@@ -1,4 +1,5 @@
-// The Ethernet link: one TCP connection to the tracker on port 7, its
+// The Ethernet link: one TCP connection to the tracker (port 7 unless the
+// host set another), its
 // configuration fetch, and the receiver thread that keeps the newest marker
 // frame and images.
 #include "engine/VyxPosFunc.h"
@@ -11,7 +12,6 @@ using namespace vyx::device;
 
 namespace {
 
-constexpr std::uint16_t kEthernetPort = 7;
 constexpr int kReceiveTimeoutMs = 500;
 constexpr auto kRetrySleep = std::chrono::milliseconds(200);
 constexpr int kFrameReadRetries = 3;
@@ -47,7 +47,7 @@ int VyxPosFunc::Zelmor_ETHERNET_Initialize() {
                                 std::to_string(ethernetConnectIP_[3]);
     {
         std::lock_guard<std::mutex> data(eth_.dataLock);
-        if (!ethSocket_.connect(address, kEthernetPort, kReceiveTimeoutMs)) return RV_FAILED;
+        if (!ethSocket_.connect(address, ethernetConnectPort_, kReceiveTimeoutMs)) return RV_FAILED;
     }
     eth_.open.store(true, std::memory_order_release);
     ETHCleanData();

@@ -51,6 +51,35 @@ int VyxPosFunc::Zelmor_GetEthernetConnectIP(unsigned char& a, unsigned char& b, 
     return RV_SUCCESS;
 }
 
+int VyxPosFunc::Zelmor_SetEthernetConnectPort(std::uint16_t port) {
+    if (port == 0) return RV_FAILED;
+    ethernetConnectPort_ = port;
+    return RV_SUCCESS;
+}
+
+int VyxPosFunc::Zelmor_GetEthernetConnectPort(std::uint16_t& port) {
+    port = ethernetConnectPort_;
+    return RV_SUCCESS;
+}
+
+int VyxPosFunc::Zelmor_SetWifiConnectAddress(unsigned char a, unsigned char b, unsigned char c,
+                                             unsigned char d, std::uint16_t port) {
+    if (port == 0) return RV_FAILED;
+    wifiConnectIP_ = {a, b, c, d};
+    wifiConnectPort_ = port;
+    return RV_SUCCESS;
+}
+
+int VyxPosFunc::Zelmor_GetWifiConnectAddress(unsigned char& a, unsigned char& b, unsigned char& c,
+                                             unsigned char& d, std::uint16_t& port) {
+    a = wifiConnectIP_[0];
+    b = wifiConnectIP_[1];
+    c = wifiConnectIP_[2];
+    d = wifiConnectIP_[3];
+    port = wifiConnectPort_;
+    return RV_SUCCESS;
+}
+
 int VyxPosFunc::Zelmor_GetVyxPositionIP(unsigned char& a, unsigned char& b, unsigned char& c,
                                         unsigned char& d) {
     a = deviceIP_[0];

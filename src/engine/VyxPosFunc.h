@@ -37,6 +37,10 @@
 inline constexpr const char* kLibraryVersionText =
     "API-V2.3.5 for Linux / Opencv4.7.0 update version / 2025-1-20";
 
+// The tracker's Ethernet port, and its wireless module's port.
+inline constexpr std::uint16_t kDefaultEthernetPort = 7;
+inline constexpr std::uint16_t kDefaultWifiPort = 8899;
+
 // Model index of a device whose model text matched no known code.
 inline constexpr std::uint32_t kUnknownModelIndex = 100;
 
@@ -95,6 +99,14 @@ public:
                                     unsigned char d);
     int Zelmor_GetEthernetConnectIP(unsigned char& a, unsigned char& b, unsigned char& c,
                                     unsigned char& d);
+    // Extensions: the Ethernet port, and the Wi-Fi module's address and port,
+    // used from the next connect on. Port 0 is refused.
+    int Zelmor_SetEthernetConnectPort(std::uint16_t port);
+    int Zelmor_GetEthernetConnectPort(std::uint16_t& port);
+    int Zelmor_SetWifiConnectAddress(unsigned char a, unsigned char b, unsigned char c,
+                                     unsigned char d, std::uint16_t port);
+    int Zelmor_GetWifiConnectAddress(unsigned char& a, unsigned char& b, unsigned char& c,
+                                     unsigned char& d, std::uint16_t& port);
     int Zelmor_SetLCDShowRawPoint(E_Interface iface, bool show);
     int Zelmor_SetMarkerParameters(E_Interface iface, int a, int b, int c, int d, int e);
     int Zelmor_GetVyxPositonMacAddress(char* text);
@@ -268,6 +280,10 @@ private:
     // Address of the next Ethernet connect, and the device's own address as
     // last reported in its configuration.
     std::array<unsigned char, 4> ethernetConnectIP_{{192, 168, 31, 10}};
+    std::uint16_t ethernetConnectPort_ = kDefaultEthernetPort;
+    // Address of the next Wi-Fi connect: the tracker's wireless module.
+    std::array<unsigned char, 4> wifiConnectIP_{{10, 10, 100, 254}};
+    std::uint16_t wifiConnectPort_ = kDefaultWifiPort;
     std::array<unsigned char, 4> deviceIP_{{0, 0, 0, 0}};
 
     std::uint32_t deviceModelIndex_ = kUnknownModelIndex;

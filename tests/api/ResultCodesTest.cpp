@@ -30,6 +30,8 @@ struct Args {
     T_VyxSingleToolDataResult flat{};
     t_ToolTipCalProInfo tipInfo{};
     T_ToolTipPivotInfo pivotInfo{};
+    T_ToolTipPivotQuality pivotQuality{};
+    unsigned short port = 0;
     t_ToolFixProInfo fixInfo{};
     t_ToolMadeProInfo madeInfo{};
     T_AccuracyToolResult accuracy{};
@@ -128,6 +130,12 @@ std::vector<Wrapper> allWrappers(Args& a) {
         {"ConvertNDIrom2Vyxtool", true, [&](VyxHandle h) { return Vyx_ConvertNDIrom2Vyxtool(h, "/nonexistent.rom"); }},
         {"SetColineThreshold", true, [&](VyxHandle h) { return Vyx_SetColineThreshold(h, eth, 5); }},
         {"FindSingleToolInfo", true, [&](VyxHandle h) { return Vyx_FindSingleToolInfo(h, &a.markers, "tool", &a.flat, 0); }},
+        // Extensions.
+        {"GetToolTipPivotQuality", true, [&](VyxHandle h) { return Vyx_GetToolTipPivotQuality(h, &a.pivotQuality); }},
+        {"SetEthernetConnectPort", false, [&](VyxHandle h) { return Vyx_SetEthernetConnectPort(h, 17001); }},
+        {"GetEthernetConnectPort", false, [&](VyxHandle h) { return Vyx_GetEthernetConnectPort(h, &a.port); }},
+        {"SetWifiConnectAddress", false, [&](VyxHandle h) { return Vyx_SetWifiConnectAddress(h, 127, 0, 0, 1, 17001); }},
+        {"GetWifiConnectAddress", false, [&](VyxHandle h) { return Vyx_GetWifiConnectAddress(h, &a.ip[0], &a.ip[1], &a.ip[2], &a.ip[3], &a.port); }},
     };
 }
 
@@ -151,8 +159,9 @@ protected:
 
 TEST_F(ResultCodes, TheTableCoversEveryWrapperButLifecycleAndConnect) {
     // 78 exports less Vyx_API_GetLibVersion, Vyx_API_Initial, Vyx_API_Close
-    // and Vyx_ConnectDevice, which have tests of their own.
-    EXPECT_EQ(allWrappers(args).size(), 74u);
+    // and Vyx_ConnectDevice, which have tests of their own; then the five
+    // extensions.
+    EXPECT_EQ(allWrappers(args).size(), 79u);
 }
 
 TEST_F(ResultCodes, EveryWrapperAnswersNullHandleFirst) {
@@ -273,14 +282,34 @@ TEST_F(ResultCodes, ToolFindOffsetIsAcceptedOnlyWithinItsBounds) {
     EXPECT_FLOAT_EQ(offset, 3.0f);
 }
 
-TEST_F(ResultCodes, EthernetConnectAddressDefaultsToTheFactoryAddress) {
+TEST_F(ResultCodes, ConnectAddressesDefaultToTheTrackersOwn) {
     unsigned char ip[4] = {};
+    unsigned short port = 0;
     ASSERT_EQ(Vyx_GetEthernetConnectIP(handle, &ip[0], &ip[1], &ip[2], &ip[3]), RV_SUCCESS);
     EXPECT_EQ(std::vector<int>(ip, ip + 4), (std::vector<int>{192, 168, 31, 10}));
+    ASSERT_EQ(Vyx_GetEthernetConnectPort(handle, &port), RV_SUCCESS);
+    EXPECT_EQ(port, 7);
+    ASSERT_EQ(Vyx_GetWifiConnectAddress(handle, &ip[0], &ip[1], &ip[2], &ip[3], &port), RV_SUCCESS);
+    EXPECT_EQ(std::vector<int>(ip, ip + 4), (std::vector<int>{10, 10, 100, 254}));
+    EXPECT_EQ(port, 8899);
+
     ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, 9), RV_SUCCESS);
     ASSERT_EQ(Vyx_GetEthernetConnectIP(handle, &ip[0], &ip[1], &ip[2], &ip[3]), RV_SUCCESS);
     EXPECT_EQ(std::vector<int>(ip, ip + 4), (std::vector<int>{127, 0, 0, 9}));
+    EXPECT_EQ(Vyx_SetEthernetConnectPort(handle, 0), RV_FAILED);
+    ASSERT_EQ(Vyx_SetEthernetConnectPort(handle, 17009), RV_SUCCESS);
+    ASSERT_EQ(Vyx_GetEthernetConnectPort(handle, &port), RV_SUCCESS);
+    EXPECT_EQ(port, 17009);
+    EXPECT_EQ(Vyx_SetWifiConnectAddress(handle, 127, 0, 0, 9, 0), RV_FAILED);
+    ASSERT_EQ(Vyx_SetWifiConnectAddress(handle, 127, 0, 0, 8, 17008), RV_SUCCESS);
+    ASSERT_EQ(Vyx_GetWifiConnectAddress(handle, &ip[0], &ip[1], &ip[2], &ip[3], &port), RV_SUCCESS);
+    EXPECT_EQ(std::vector<int>(ip, ip + 4), (std::vector<int>{127, 0, 0, 8}));
+    EXPECT_EQ(port, 17008);
+
     EXPECT_EQ(Vyx_GetEthernetConnectIP(handle, &ip[0], nullptr, &ip[2], &ip[3]), RV_FAILED);
+    EXPECT_EQ(Vyx_GetEthernetConnectPort(handle, nullptr), RV_FAILED);
+    EXPECT_EQ(Vyx_GetWifiConnectAddress(handle, &ip[0], &ip[1], &ip[2], &ip[3], nullptr), RV_FAILED);
+    EXPECT_EQ(Vyx_SetEthernetConnectPort(nullptr, 17009), RV_NULL_HANDLE);
 }
 
 TEST_F(ResultCodes, NullOutputPointersAreRefusedNotDereferenced) {

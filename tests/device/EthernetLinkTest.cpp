@@ -2,6 +2,7 @@
 // against the virtual tracker on its own loopback address.
 #include "VyxPositionAPI.h"
 #include "sim/VirtualTracker.h"
+#include "support/Loopback.h"
 #include "support/Eventually.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +40,7 @@ bool finishesWithin(std::function<void()> action, std::chrono::milliseconds limi
     return future.wait_for(limit) == std::future_status::ready;
 }
 
-// One virtual tracker on 127.0.0.<host> port 7 and one engine aimed at it.
+// One virtual tracker on 127.0.0.<host> and one engine aimed at it.
 class EthernetLink : public ::testing::Test {
 protected:
     void TearDown() override {
@@ -51,12 +52,13 @@ protected:
                                               vyx::sim::defaultDescription()) {
         hostByte = host;
         tracker.setDescription(description);
-        tracker.start("127.0.0." + std::to_string(host), 7);
+        tracker.start("127.0.0." + std::to_string(host), vyx::test::trackerPort(host));
     }
 
     int connect() {
         if (handle == nullptr && Vyx_API_Initial(&handle) != RV_SUCCESS) return -100;
         Vyx_SetEthernetConnectIP(handle, 127, 0, 0, hostByte);
+        Vyx_SetEthernetConnectPort(handle, vyx::test::trackerPort(hostByte));
         para = T_VYXPOS_DATAPARA{};
         return Vyx_ConnectDevice(handle, kEth, &para);
     }

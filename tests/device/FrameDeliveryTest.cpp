@@ -2,6 +2,7 @@
 // triggered calls, extended ids and the over-limit flag.
 #include "VyxPositionAPI.h"
 #include "sim/VirtualTracker.h"
+#include "support/Loopback.h"
 #include "support/Eventually.h"
 
 #include <gtest/gtest.h>
@@ -23,9 +24,10 @@ protected:
     }
 
     void connectTo(unsigned char host) {
-        tracker.start("127.0.0." + std::to_string(host), 7);
+        tracker.start("127.0.0." + std::to_string(host), vyx::test::trackerPort(host));
         ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
         ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host), RV_SUCCESS);
+        ASSERT_EQ(Vyx_SetEthernetConnectPort(handle, vyx::test::trackerPort(host)), RV_SUCCESS);
         T_VYXPOS_DATAPARA para{};
         ASSERT_EQ(Vyx_ConnectDevice(handle, kEth, &para), RV_SUCCESS);
     }

@@ -7,6 +7,7 @@
 #include "sim/DeviceProjection.h"
 #include "sim/Scene.h"
 #include "sim/VirtualTracker.h"
+#include "support/Loopback.h"
 #include "support/Eventually.h"
 
 #include <gtest/gtest.h>
@@ -67,9 +68,10 @@ protected:
     void serve(unsigned char host, const DeviceDescription& description, const Scene& scene) {
         tracker.setDescription(description);
         tracker.setMarkerFrameSource(sceneFrameSource(description, scene));
-        tracker.start("127.0.0." + std::to_string(host), 7);
+        tracker.start("127.0.0." + std::to_string(host), vyx::test::trackerPort(host));
         ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
         ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host), RV_SUCCESS);
+        ASSERT_EQ(Vyx_SetEthernetConnectPort(handle, vyx::test::trackerPort(host)), RV_SUCCESS);
         ASSERT_EQ(Vyx_ConnectDevice(handle, Interface_Ethernet, &para), RV_SUCCESS);
     }
 

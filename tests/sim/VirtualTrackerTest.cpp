@@ -23,6 +23,10 @@ namespace {
 using namespace std::chrono_literals;
 using namespace vyx::sim;
 using Bytes = std::vector<std::uint8_t>;
+
+// An unprivileged port, so that the tests need no root; each test has its
+// own address.
+constexpr std::uint16_t kTestPort = 17700;
 using Clock = std::chrono::steady_clock;
 
 // A bare host: one TCP connection, every wait bounded.
@@ -31,7 +35,7 @@ public:
     explicit RawHost(const std::string& address) {
         sockaddr_in peer{};
         peer.sin_family = AF_INET;
-        peer.sin_port = htons(kDefaultPort);
+        peer.sin_port = htons(kTestPort);
         ::inet_pton(AF_INET, address.c_str(), &peer.sin_addr);
         if (::connect(fd_, reinterpret_cast<sockaddr*>(&peer), sizeof peer) != 0)
             throw std::system_error(errno, std::generic_category(), "connect " + address);
@@ -77,11 +81,11 @@ private:
     bool closed_ = false;
 };
 
-// A tracker on the test's own address, port 7, with a host connected to it.
+// A tracker on the test's own address, with a host connected to it.
 struct Served {
     explicit Served(const std::string& addr, const DeviceDescription& d = defaultDescription())
         : tracker(d), address(addr) {
-        tracker.start(address, kDefaultPort);
+        tracker.start(address, kTestPort);
         host = connect();
     }
     std::unique_ptr<RawHost> connect() const { return std::make_unique<RawHost>(address); }
@@ -487,18 +491,18 @@ TEST(Connections, OneHostAtATimeADropIsServedAgainAndStopIsPrompt) {
     EXPECT_FALSE(s.tracker.isRunning());
     EXPECT_TRUE(s.host->closedByPeer());
     s.tracker.stop();  // idempotent
-    s.tracker.start(s.address, kDefaultPort);
+    s.tracker.start(s.address, kTestPort);
     EXPECT_EQ(s.connect()->request({0x0D}, 1), (Bytes{0x0D}));
 }
 
 TEST(Connections, RefusesNonLoopbackAndBusyAddresses) {
     VirtualTracker idle;
-    EXPECT_THROW(idle.start("192.0.2.1", kDefaultPort), std::invalid_argument);
-    EXPECT_THROW(idle.start("localhost", kDefaultPort), std::invalid_argument);
+    EXPECT_THROW(idle.start("192.0.2.1", kTestPort), std::invalid_argument);
+    EXPECT_THROW(idle.start("localhost", kTestPort), std::invalid_argument);
     EXPECT_FALSE(idle.isRunning());
     Served s("127.0.0.212");
-    EXPECT_THROW(idle.start(s.address, kDefaultPort), std::system_error);
-    EXPECT_THROW(s.tracker.start(s.address, kDefaultPort), std::logic_error);
+    EXPECT_THROW(idle.start(s.address, kTestPort), std::system_error);
+    EXPECT_THROW(s.tracker.start(s.address, kTestPort), std::logic_error);
 }
 
 }  // namespace

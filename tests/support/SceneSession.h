@@ -10,6 +10,8 @@
 #include "sim/SceneTools.h"
 #include "sim/VirtualTracker.h"
 
+#include "support/Loopback.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -80,16 +82,17 @@ public:
     SceneSession(const SceneSession&) = delete;
     SceneSession& operator=(const SceneSession&) = delete;
 
-    // Serves `served` on 127.0.0.host:7, connects, and loads the tool files
+    // Serves `served` on 127.0.0.host, connects, and loads the tool files
     // written for the bodies of `tools` (those of `served` when null).
     void serve(unsigned char host, const sim::Scene& served, const sim::Scene* tools = nullptr) {
         scene = served;
         ASSERT_FALSE(toolDirectory.empty());
         ASSERT_TRUE(sim::writeToolFiles(tools != nullptr ? *tools : scene, toolDirectory));
         tracker.setMarkerFrameSource(sim::sceneFrameSource(sim::defaultDescription(), scene));
-        tracker.start("127.0.0." + std::to_string(host), 7);
+        tracker.start("127.0.0." + std::to_string(host), trackerPort(host));
         ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
         ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host), RV_SUCCESS);
+        ASSERT_EQ(Vyx_SetEthernetConnectPort(handle, trackerPort(host)), RV_SUCCESS);
         T_VYXPOS_DATAPARA para{};
         ASSERT_EQ(Vyx_ConnectDevice(handle, Interface_Ethernet, &para), RV_SUCCESS);
         ASSERT_EQ(Vyx_SetToolInfoFilePath(handle, toolDirectory.c_str(), true), RV_SUCCESS);
