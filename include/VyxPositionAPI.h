@@ -125,7 +125,11 @@ VYX_API int Vyx_ConvertNDIrom2Vyxtool(VyxHandle handle, const char* romPath);
  * and fills *para. para->DeviceType is set to 100 before anything else, even
  * for a null handle. Any other interface value marks the engine connected
  * without opening a link. Returns 0 or the link's failure code; -1 for a null
- * para.
+ * para. The Wi-Fi link carries marker and status frames, the configuration
+ * and the simple setters (exposure, collision level, colour exposure, device
+ * address, system commands); images, trigger, acquisition mode, flash delay,
+ * LCD and marker parameters answer -1 on it. The USB link is not available in
+ * this build: connecting over it answers -1.
  */
 VYX_API int Vyx_ConnectDevice(VyxHandle handle, E_Interface iface, T_VYXPOS_DATAPARA* para);
 

@@ -20,10 +20,19 @@ bool isParameterisedCommand(std::uint8_t commandCode) {
            kParameterisedCodes.end();
 }
 
-std::size_t commandLength(std::uint8_t commandCode) {
-    if (isParameterisedCommand(commandCode)) return kParameterisedPacketBytes;
-    if (commandCode == code::kAcquireMode) return 2;
-    return 1;
+std::size_t commandLength(std::uint8_t commandCode, LinkFraming framing) {
+    if (framing == LinkFraming::Ethernet) {
+        if (isParameterisedCommand(commandCode)) return kParameterisedPacketBytes;
+        return commandCode == code::kAcquireMode ? 2 : 1;
+    }
+    switch (commandCode) {
+        case 0x23: return 2;  // collision level
+        case 0x62:            // dual exposure
+        case 0xF7: return 5;  // dual gain
+        case 0x5A: return 3;  // colour exposure
+        case 0x90: return 7;  // device IP
+        default: return 1;
+    }
 }
 
 }  // namespace vyx::sim

@@ -1,7 +1,14 @@
-// How the virtual tracker cuts the host's byte stream into commands. On
-// Ethernet every parameterised command (the settings and the system commands)
-// arrives as a 10-byte packet, the acquisition mode command as 2 bytes, and
-// every other command as its single code byte.
+// How the virtual tracker cuts the host's byte stream into commands.
+//
+// Ethernet: every parameterised command (the settings and the system
+// commands) arrives as a 10-byte packet, the acquisition mode command as 2
+// bytes, and every other command as its single code byte.
+//
+// Wi-Fi: every command arrives at its own length: collision level 2 bytes,
+// dual exposure and dual gain 5, colour exposure 3, device IP 7, everything
+// else (requests and system commands) 1. The Wi-Fi module does not carry the
+// trigger, mode, flash delay, LCD, marker parameter, image and configuration
+// prepare / long read commands; they are taken as their single code byte.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +16,13 @@
 
 namespace vyx::sim {
 
+// The byte framing a link speaks: the tracker's Ethernet port or its Wi-Fi
+// module.
+enum class LinkFraming { Ethernet, WiFi };
+
 namespace code {
-constexpr std::uint8_t kMarkerRequest = 0x0F;
+constexpr std::uint8_t kMarkerRequest = 0x0F;  // on Wi-Fi: the status request
+constexpr std::uint8_t kWifiMarkerRequest = 0x0E;
 constexpr std::uint8_t kTrigger = 0x0D;
 constexpr std::uint8_t kAcquireMode = 0x0C;
 constexpr std::uint8_t kLeftGreyFirst = 0xA4;
@@ -27,10 +39,12 @@ constexpr std::uint8_t kModelTextRead = 0xF8;
 
 constexpr std::size_t kParameterisedPacketBytes = 10;
 
-// True for the command codes that travel as 10-byte packets.
+// True for the command codes that travel as 10-byte packets on Ethernet.
 bool isParameterisedCommand(std::uint8_t commandCode);
 
-// Bytes of the command that starts with `commandCode`: 10, 2 or 1.
-std::size_t commandLength(std::uint8_t commandCode);
+// Bytes of the command that starts with `commandCode` in the given framing:
+// 10, 2 or 1 on Ethernet; 7, 5, 3, 2 or 1 on Wi-Fi.
+std::size_t commandLength(std::uint8_t commandCode,
+                          LinkFraming framing = LinkFraming::Ethernet);
 
 }  // namespace vyx::sim

@@ -161,6 +161,18 @@ std::vector<std::uint8_t> encodeLongConfiguration(const DeviceDescription& descr
     return data;
 }
 
+std::vector<std::uint8_t> encodeWifiConfigurationFrame(const DeviceDescription& description,
+                                                       const ConfigurationDefects& defects) {
+    std::vector<std::uint8_t> frame(kWifiConfigFrameBytes, 0);
+    frame[0] = 0xA5;
+    frame[1] = 0x5A;
+    putU16(frame.data() + 2, static_cast<std::uint16_t>(kWifiConfigFrameBytes));
+    putShortForm(frame.data() + 4, description, defects);
+    frame[kWifiConfigFrameBytes - 2] = 0xFF;
+    frame[kWifiConfigFrameBytes - 1] = 0xFE;
+    return frame;
+}
+
 std::vector<std::uint8_t> encodeModelTextReply(const DeviceDescription& description) {
     std::vector<std::uint8_t> reply(kModelTextBytes, 0);
     const std::string& text = description.modelTextReply.value_or(description.modelText);

@@ -96,4 +96,89 @@ std::array<std::uint8_t, kMarkerFrameBytes> encodeMarkerFrame(const MarkerFrame&
     return out;
 }
 
+std::vector<std::uint8_t> encodeWifiMarkerFrame(const MarkerFrame& frame) {
+    constexpr std::size_t kHeaderBytes = 4;
+    constexpr std::size_t kCameraHeaderBytes = 8;
+    constexpr std::size_t kTrailerBytes = 16;
+    constexpr std::size_t kClosingWordBytes = 4;
+    static_assert(kHeaderBytes + kCameraHeaderBytes + 2 * kMaxPointsPerCamera * kPointBytes +
+                          kTrailerBytes <=
+                      kWifiMarkerFrameMaxBytes,
+                  "two full cameras fit in one Wi-Fi marker frame");
+
+    const std::size_t left = std::min(frame.left.size(), kMaxPointsPerCamera);
+    const std::size_t right = std::min(frame.right.size(), kMaxPointsPerCamera);
+    const std::size_t length = kHeaderBytes + kCameraHeaderBytes + (left + right) * kPointBytes +
+                               (frame.extendedId ? kTrailerBytes : kClosingWordBytes);
+    std::vector<std::uint8_t> out(length, 0);
+    std::uint8_t* p = out.data();
+    p[0] = 0xA5;
+    p[1] = 0x5A;
+    putU16(p + 2, static_cast<std::uint16_t>(length));
+
+    std::uint8_t* payload = p + kHeaderBytes;
+    payload[0] = frame.frameId;
+    payload[1] = frame.leftValue;
+    putU16(payload + 2, frame.leftCountOverride.value_or(static_cast<std::uint8_t>(left)));
+    payload[5] = frame.rightValue;
+    putU16(payload + 6, frame.rightCountOverride.value_or(static_cast<std::uint8_t>(right)));
+    std::uint8_t* points = payload + kCameraHeaderBytes;
+    putPoints(points, frame.left);
+    putPoints(points + left * kPointBytes, frame.right);
+
+    if (frame.extendedId) {
+        std::uint8_t* trailer = p + length - kTrailerBytes;
+        trailer[2] = 0xB5;
+        trailer[3] = 0x5B;
+        putU32(trailer + 4, *frame.extendedId);
+    }
+    p[length - 2] = 0xFF;
+    p[length - 1] = 0xFE;
+    return out;
+}
+
+std::uint32_t hardwareCheckCode(const StatusFields& status) {
+    const auto& lanes = status.hardwareCheckLanes;
+    if (lanes[0] != 0) return 7;
+    // Lanes 1-3 are signed sixteenths, each with its healthy range.
+    const struct {
+        double low, high;
+    } healthy[] = {{700, 1000}, {200, 1000}, {200, 1000}};
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        const double value = static_cast<std::int16_t>(lanes[i + 1]) / 16.0;
+        if (value < healthy[i].low) return 2 * i + 1;
+        if (value > healthy[i].high) return 2 * i + 2;
+    }
+    return 0;
+}
+
+std::array<std::uint8_t, kWifiStatusBytes> encodeWifiStatusBytes(const StatusFields& s) {
+    std::array<std::uint8_t, kWifiStatusBytes> out{};
+    std::uint8_t* p = out.data();
+    putU16(p + 0, static_cast<std::uint16_t>(s.temperature0Hundredths));
+    putU16(p + 2, static_cast<std::uint16_t>(s.temperature1Hundredths));
+    putU16(p + 4, s.sensorValue0Hundredths);
+    putU16(p + 6, s.sensorValue1Hundredths);
+    putU16(p + 8, s.secondLayoutSensorValue2);
+    putU16(p + 10, s.secondLayoutSensorValue3);
+    p[12] = s.stateByte0;
+    p[13] = s.stateByte1;
+    putU32(p + 14, s.stateWord);
+    p[18] = s.linkState;
+    putU32(p + 20, hardwareCheckCode(s));
+    return out;
+}
+
+std::array<std::uint8_t, kWifiStatusFrameBytes> encodeWifiStatusFrame(const StatusFields& status) {
+    std::array<std::uint8_t, kWifiStatusFrameBytes> out{};
+    out[0] = 0xA5;
+    out[1] = 0x5A;
+    putU16(out.data() + 2, static_cast<std::uint16_t>(kWifiStatusFrameBytes));
+    const auto bytes = encodeWifiStatusBytes(status);
+    std::copy(bytes.begin(), bytes.end(), out.begin() + 4);
+    out[kWifiStatusFrameBytes - 2] = 0xFF;
+    out[kWifiStatusFrameBytes - 1] = 0xFE;
+    return out;
+}
+
 }  // namespace vyx::sim

@@ -1,8 +1,7 @@
 #include "sim/VirtualTracker.h"
 
 #include "sim/CommandFraming.h"
-#include "sim/ConfigurationImage.h"
-#include "sim/MarkerScene.h"
+#include "sim/LinkReplies.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -37,8 +36,6 @@ constexpr int kPollIntervalMs = 50;
 constexpr auto kIncompletePacketTimeout = 500ms;
 // A host that takes no data for this long loses its connection.
 constexpr auto kSendTimeout = 5s;
-// Images are generated and sent in pieces of this size.
-constexpr std::size_t kImageChunkBytes = 64 * 1024;
 
 std::system_error socketError(const std::string& what) {
     return std::system_error(errno, std::generic_category(), what);
@@ -55,15 +52,6 @@ void closeDescriptor(int& fd) {
     fd = -1;
 }
 
-// Where a camera's image transfer stands. The image counter lives as long as
-// the tracker; the position is reset with each new connection.
-struct ImageStream {
-    std::uint32_t nextImage = 0;
-    std::uint32_t currentImage = 0;
-    std::size_t offset = 0;
-    bool active = false;
-};
-
 }  // namespace
 
 bool isLoopbackAddress(const std::string& address) {
@@ -71,14 +59,15 @@ bool isLoopbackAddress(const std::string& address) {
     return parsed && (ntohl(parsed->s_addr) >> 24) == 127;
 }
 
-struct VirtualTracker::Impl {
+// The TCP transport: the listening socket, the host connection, the cutting
+// of the host's stream into command packets by the link's framing and the
+// command log. What each command gets is up to the device core.
+struct VirtualTracker::Impl final : DeviceCore::Link {
+    DeviceCore core;
+
     // ---- Shared with the API side, guarded by `mutex` ----------------------
     mutable std::mutex mutex;
     mutable std::condition_variable changed;  // command log or connection count grew
-    std::shared_ptr<const DeviceDescription> description;
-    std::optional<MarkerFrame> fixedFrame;
-    FrameSource frameSource;
-    FaultSettings faults;
     std::deque<std::vector<std::uint8_t>> commandLog;
     std::size_t connections = 0;
     EventSink eventSink;
@@ -87,7 +76,6 @@ struct VirtualTracker::Impl {
     std::atomic<bool> running{false};
     std::atomic<bool> stopping{false};
     std::atomic<bool> hostConnected{false};
-    std::atomic<std::uint64_t> markerRequestCount{0};
     std::atomic<std::uint16_t> boundPort{0};
 
     // Interrupts the server thread's poll; lives as long as the tracker.
@@ -96,19 +84,15 @@ struct VirtualTracker::Impl {
     // ---- Set by start() and stop() while the server thread is not running --
     int listenFd = -1;
     std::thread server;
+    LinkFraming framing = LinkFraming::Ethernet;
 
     // ---- Server thread only ------------------------------------------------
     int clientFd = -1;
     std::vector<std::uint8_t> pending;  // bytes of a command not yet complete
     Clock::time_point pendingSince;
-    std::array<ImageStream, 3> images;
-    // The built-in scene and the description its camera model was built for.
-    std::shared_ptr<const DeviceDescription> builtInDescription;
-    std::unique_ptr<SceneRenderer> builtInRenderer;
 
     explicit Impl(DeviceDescription d)
-        : description(std::make_shared<const DeviceDescription>(std::move(d))),
-          wakeFd(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+        : core(std::move(d)), wakeFd(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
         if (wakeFd < 0) throw socketError("eventfd");
     }
     ~Impl() { ::close(wakeFd); }
@@ -138,15 +122,13 @@ struct VirtualTracker::Impl {
         changed.notify_all();
     }
 
-    std::shared_ptr<const DeviceDescription> currentDescription() const {
-        std::lock_guard<std::mutex> lock(mutex);
-        return description;
-    }
+    // ---- The link as the device core sees it (server thread) ---------------
 
-    FaultSettings currentFaults() const {
-        std::lock_guard<std::mutex> lock(mutex);
-        return faults;
+    bool send(const std::uint8_t* data, std::size_t size) override {
+        return sendToHost(data, size);
     }
+    void close(const char* reason) override { closeHost(reason); }
+    void report(const std::string& event) override { emit(event); }
 
     // ---- Server thread -----------------------------------------------------
 
@@ -204,7 +186,7 @@ struct VirtualTracker::Impl {
         ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         clientFd = fd;
         pending.clear();
-        for (ImageStream& stream : images) stream.active = false;
+        core.connectionOpened();
         hostConnected.store(true);
         {
             std::lock_guard<std::mutex> lock(mutex);
@@ -247,7 +229,7 @@ struct VirtualTracker::Impl {
 
         std::size_t used = 0;
         while (used < data.size()) {
-            const std::size_t length = commandLength(data[used]);
+            const std::size_t length = commandLength(data[used], framing);
             if (data.size() - used < length) break;
             const auto begin = data.begin() + static_cast<std::ptrdiff_t>(used);
             used += length;
@@ -269,141 +251,8 @@ struct VirtualTracker::Impl {
     }
 
     void handleCommand(std::vector<std::uint8_t> packet) {
-        const std::uint8_t command = packet[0];
-        record(std::move(packet));
-        const FaultSettings fault = currentFaults();
-        if (fault.stopAnswering) return;
-
-        switch (command) {
-            case code::kMarkerRequest:
-                serveMarkerFrame(fault);
-                break;
-            case code::kTrigger:
-            case code::kAcquireMode:
-                sendToHost(&command, 1);
-                break;
-            case code::kConfigRead: {
-                const auto data = encodeShortConfiguration(
-                    *currentDescription(), {fault.badChecksumBlock1, fault.badChecksumBlock2});
-                sendToHost(data.data(),
-                           fault.omitSecondConfigBlock ? kConfigBlockBytes : data.size());
-                break;
-            }
-            case code::kLongConfigRead: {
-                const auto d = currentDescription();
-                if (!d->longConfiguration || fault.noLongForm) break;
-                const auto data =
-                    encodeLongConfiguration(*d, {fault.badChecksumBlock1, fault.badChecksumBlock2});
-                sendToHost(data.data(), data.size());
-                break;
-            }
-            case code::kModelTextRead: {
-                const auto d = currentDescription();
-                if (!d->answersModelTextRequest || fault.noModelTextReply) break;
-                const auto reply = encodeModelTextReply(*d);
-                sendToHost(reply.data(), reply.size());
-                break;
-            }
-            case code::kLeftGreyFirst:
-            case code::kLeftGreyNext:
-                serveImageBlock(ImageCamera::LeftGrey, command == code::kLeftGreyFirst);
-                break;
-            case code::kRightGreyFirst:
-            case code::kRightGreyNext:
-                serveImageBlock(ImageCamera::RightGrey, command == code::kRightGreyFirst);
-                break;
-            case code::kColourFirst:
-            case code::kColourNext:
-                serveImageBlock(ImageCamera::Colour, command == code::kColourFirst);
-                break;
-            default:
-                break;  // settings, system commands and unknown codes: recorded only
-        }
-    }
-
-    void serveMarkerFrame(const FaultSettings& fault) {
-        const std::uint64_t index = markerRequestCount.fetch_add(1);
-        if (fault.closeAfterMarkerFrames == std::size_t{0}) {
-            disarmCloseAfterMarkerFrames();
-            closeHost("closed by fault after the requested marker frames");
-            return;
-        }
-
-        std::optional<MarkerFrame> fixed;
-        FrameSource source;
-        std::shared_ptr<const DeviceDescription> d;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            fixed = fixedFrame;
-            source = frameSource;
-            d = description;
-        }
-        MarkerFrame frame;
-        try {
-            frame = fixed ? *fixed : source ? source(index) : builtInFrame(d, index);
-        } catch (const std::exception& e) {
-            emit(std::string("frame source failed: ") + e.what());
-            return;
-        }
-
-        auto bytes = encodeMarkerFrame(frame);
-        if (fault.corruptEndMark) bytes[kMarkerFrameBytes - 2] = 0xFE;
-        const std::size_t length =
-            std::min(fault.shortMarkerFrameBytes.value_or(kMarkerFrameBytes), kMarkerFrameBytes);
-
-        // Count the frame down before it goes out, so that a host holding the
-        // frame sees the count that already includes it.
-        bool closeAfterSending = false;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            auto& remaining = faults.closeAfterMarkerFrames;
-            if (remaining && *remaining > 0 && --*remaining == 0) {
-                remaining.reset();
-                closeAfterSending = true;
-            }
-        }
-        if (sendToHost(bytes.data(), length) && closeAfterSending)
-            closeHost("closed by fault after the requested marker frames");
-    }
-
-    MarkerFrame builtInFrame(const std::shared_ptr<const DeviceDescription>& d,
-                             std::uint64_t index) {
-        if (!builtInRenderer || builtInDescription != d) {
-            builtInRenderer = std::make_unique<SceneRenderer>(*d, vyx::sim::builtInScene());
-            builtInDescription = d;
-        }
-        return builtInRenderer->frame(index, static_cast<std::uint32_t>(index + 1));
-    }
-
-    void disarmCloseAfterMarkerFrames() {
-        std::lock_guard<std::mutex> lock(mutex);
-        faults.closeAfterMarkerFrames.reset();
-    }
-
-    void serveImageBlock(ImageCamera camera, bool first) {
-        const auto d = currentDescription();
-        const bool colour = camera == ImageCamera::Colour;
-        const std::size_t imageBytes = colour ? d->colourImageBytes : d->greyImageBytes;
-        const std::size_t blockBytes = colour ? ethernetColourHalfBlockBytes(d->geometry)
-                                              : ethernetGreyBlockBytes(d->geometry);
-        if (imageBytes == 0) return;
-
-        ImageStream& stream = images[static_cast<std::size_t>(camera)];
-        if (first || !stream.active || stream.offset >= imageBytes) {
-            stream.currentImage = stream.nextImage++;
-            stream.offset = 0;
-            stream.active = true;
-        }
-        const std::size_t size = std::min(blockBytes, imageBytes - stream.offset);
-        std::vector<std::uint8_t> chunk(std::min(size, kImageChunkBytes));
-        for (std::size_t sent = 0; sent < size;) {
-            const std::size_t piece = std::min(chunk.size(), size - sent);
-            fillImagePattern(camera, stream.currentImage, stream.offset + sent, chunk.data(),
-                             piece);
-            if (!sendToHost(chunk.data(), piece)) return;
-            sent += piece;
-        }
-        stream.offset += size;
+        record(packet);
+        answerCommand(packet, framing, core, *this);
     }
 
     // Sends everything or closes the connection. Never raises SIGPIPE; gives
@@ -491,34 +340,31 @@ bool VirtualTracker::isRunning() const { return impl_->running.load(); }
 
 std::uint16_t VirtualTracker::port() const { return impl_->boundPort.load(); }
 
-DeviceDescription VirtualTracker::description() const { return *impl_->currentDescription(); }
+void VirtualTracker::setFraming(LinkFraming framing) {
+    if (impl_->running.load())
+        throw std::logic_error("the framing of a running virtual tracker cannot change");
+    impl_->framing = framing;
+}
+
+LinkFraming VirtualTracker::framing() const { return impl_->framing; }
+
+DeviceDescription VirtualTracker::description() const { return *impl_->core.description(); }
 
 void VirtualTracker::setDescription(const DeviceDescription& description) {
-    auto copy = std::make_shared<const DeviceDescription>(description);
-    std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->description = std::move(copy);
+    impl_->core.setDescription(description);
 }
 
-void VirtualTracker::setMarkerFrame(const MarkerFrame& frame) {
-    std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->fixedFrame = frame;
-    impl_->frameSource = nullptr;
-}
+void VirtualTracker::setMarkerFrame(const MarkerFrame& frame) { impl_->core.setMarkerFrame(frame); }
 
 void VirtualTracker::setMarkerFrameSource(FrameSource source) {
-    std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->fixedFrame.reset();
-    impl_->frameSource = std::move(source);
+    impl_->core.setMarkerFrameSource(std::move(source));
 }
 
-std::uint64_t VirtualTracker::markerRequests() const { return impl_->markerRequestCount.load(); }
+std::uint64_t VirtualTracker::markerRequests() const { return impl_->core.markerRequests(); }
 
-void VirtualTracker::setFaults(const FaultSettings& faults) {
-    std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->faults = faults;
-}
+void VirtualTracker::setFaults(const FaultSettings& faults) { impl_->core.setFaults(faults); }
 
-FaultSettings VirtualTracker::faults() const { return impl_->currentFaults(); }
+FaultSettings VirtualTracker::faults() const { return impl_->core.faults(); }
 
 void VirtualTracker::dropConnection() {
     {

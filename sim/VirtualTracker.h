@@ -1,10 +1,13 @@
-// The virtual tracker: the device side of the tracker's Ethernet link, served
-// on a loopback TCP address so that hosts can be developed and tested without
-// hardware.
+// The virtual tracker: the device side of the tracker's Ethernet link, or of
+// its Wi-Fi module, served on a loopback TCP address so that hosts can be
+// developed and tested without hardware.
 //
 // It listens on one address and port, serves one host connection at a time
 // (a host that connects again replaces its old connection) and answers the
-// commands a host sends:
+// commands a host sends in the framing chosen with setFraming() before
+// start(): the Ethernet framing unless told otherwise.
+//
+// Ethernet framing:
 //
 //   0xF5 configuration prepare      no reply
 //   0x0A configuration read         two 512-byte configuration blocks
@@ -28,10 +31,34 @@
 // request after the end starts the following image. Image contents are the
 // pattern of ImagePattern.h.
 //
+// Wi-Fi framing (the tracker's wireless module):
+//
+//   0x0A configuration read         the 1032-byte configuration frame
+//                                   (ConfigurationImage.h)
+//   0xF8 model text read            20 bytes of model text, when enabled
+//   0x0E marker request             one Wi-Fi marker frame (MarkerFrame.h)
+//   0x0F status request             one 32-byte Wi-Fi status frame (MarkerFrame.h)
+//   settings and system commands    no reply
+//   anything else                   no reply
+//
+// Every command arrives at its own length: collision level (0x23) 2 bytes,
+// dual exposure (0x62) and dual gain (0xF7) 5, colour exposure (0x5A) 3,
+// device IP (0x90) 7, everything else 1. The commands the module does not
+// carry (trigger, mode, flash delay, LCD, marker parameters, image requests,
+// configuration prepare, long configuration read) are recorded as their code
+// byte and get no reply. The 0x0E requests are the marker requests: they take
+// frames from the frame source and are counted by markerRequests(). A status
+// request is not a marker request: it reports the status fields of the frame
+// the last marker request got, or, before the first (and after a new frame or
+// source was set), of the frame the next marker request will get, without
+// counting a request.
+//
 // All public members are thread-safe. The server thread calls the frame
 // source and the event sink.
 #pragma once
 
+#include "sim/CommandFraming.h"
+#include "sim/DeviceCore.h"
 #include "sim/DeviceDescription.h"
 #include "sim/ImagePattern.h"
 #include "sim/MarkerFrame.h"
@@ -48,38 +75,11 @@
 namespace vyx::sim {
 
 constexpr std::uint16_t kDefaultPort = 7;
+// The Wi-Fi module's port.
+constexpr std::uint16_t kDefaultWifiPort = 8899;
 
 // The command log keeps at most this many commands, dropping the oldest.
 constexpr std::size_t kCommandLogLimit = 100000;
-
-// Faults the tracker shows on purpose. They may be changed at any time and
-// apply from the next command on.
-struct FaultSettings {
-    // Close the host connection once this many further marker frames have
-    // been sent (0: at the next marker request, which is not answered). The
-    // value counts down as frames go out, over reconnections too, and clears
-    // itself once it has closed a connection, so a host that reconnects
-    // afterwards is served normally.
-    std::optional<std::size_t> closeAfterMarkerFrames;
-    // Go on reading and recording commands but answer none; the connection
-    // stays open.
-    bool stopAnswering = false;
-    // Marker frames end in 0xFE 0xFE instead of 0xFF 0xFE.
-    bool corruptEndMark = false;
-    // Send only the first this-many bytes of each marker frame, and nothing
-    // more for that request.
-    std::optional<std::size_t> shortMarkerFrameBytes;
-    // The stored checksum of configuration block 1 or 2 is wrong (in the
-    // short and the long form alike).
-    bool badChecksumBlock1 = false;
-    bool badChecksumBlock2 = false;
-    // The configuration read is answered with block 1 only.
-    bool omitSecondConfigBlock = false;
-    // The long configuration request gets no reply.
-    bool noLongForm = false;
-    // The model text request gets no reply.
-    bool noModelTextReply = false;
-};
 
 // True for a dotted IPv4 address in 127.0.0.0/8.
 bool isLoopbackAddress(const std::string& address);
@@ -88,7 +88,7 @@ class VirtualTracker {
 public:
     // Makes the frame for marker request `requestIndex` (0 for the first
     // request since the tracker was created).
-    using FrameSource = std::function<MarkerFrame(std::uint64_t requestIndex)>;
+    using FrameSource = DeviceCore::FrameSource;
     // Receives one line of text per connection event.
     using EventSink = std::function<void(const std::string& event)>;
 
@@ -110,6 +110,10 @@ public:
     // Idempotent. The tracker can be started again afterwards.
     void stop() noexcept;
     bool isRunning() const;
+    // The framing served from the next start() on. Throws std::logic_error
+    // while the tracker is running.
+    void setFraming(LinkFraming framing);
+    LinkFraming framing() const;
     // The bound port while running, else 0.
     std::uint16_t port() const;
 
@@ -129,14 +133,16 @@ public:
     // request will get.
     std::uint64_t markerRequests() const;
 
+    // FaultSettings (DeviceCore.h) tells which faults apply to which framing.
     void setFaults(const FaultSettings& faults);
     FaultSettings faults() const;
     // Closes the host connection now; the tracker goes on listening.
     void dropConnection();
 
     // Every command received, oldest first, each as the packet that arrived
-    // (1, 2 or 10 bytes; a packet whose rest did not arrive within 500 ms, or
-    // before the host disconnected, as far as it came).
+    // (1, 2 or 10 bytes on Ethernet, 1 to 7 on Wi-Fi; a packet whose rest did
+    // not arrive within 500 ms, or before the host disconnected, as far as it
+    // came).
     std::vector<std::vector<std::uint8_t>> commands() const;
     void clearCommands();
     // Waits until the log holds at least `count` commands; false on timeout.

@@ -29,15 +29,20 @@ using vyx::sim::DeviceDescription;
 const char* const kUsage =
     "Usage: vyx_virtual_tracker [options]\n"
     "\n"
-    "Plays a stereo optical tracker on its Ethernet protocol (TCP) so that a host\n"
-    "can connect, read the configuration and calibration, and receive marker\n"
-    "frames of a scene (by default a turning four-marker tool) and patterned\n"
-    "camera images.\n"
+    "Plays a stereo optical tracker on its Ethernet protocol (TCP), or on its Wi-Fi\n"
+    "module's protocol with --wifi, so that a host can connect, read the\n"
+    "configuration and calibration, and receive marker frames of a scene (by\n"
+    "default a turning four-marker tool) and, over Ethernet, patterned camera\n"
+    "images.\n"
     "\n"
     "Options:\n"
     "  --address A     loopback IPv4 address to listen on (default 127.0.0.1;\n"
     "                  only 127.0.0.0/8 is accepted)\n"
-    "  --port P        TCP port (default 7; ports below 1024 need root; 0 picks one)\n"
+    "  --port P        TCP port (default 7, with --wifi 8899; ports below 1024 need\n"
+    "                  root; 0 picks one)\n"
+    "  --wifi          serve the Wi-Fi module's framing: commands at their own\n"
+    "                  length, the 1032-byte configuration frame, Wi-Fi marker\n"
+    "                  frames (0x0E) and status frames (0x0F), no images\n"
     "  --model TEXT    model text to report (default ZR-D87001-VT-00042); the image\n"
     "                  sizes follow the model family\n"
     "  --no-long-form  do not answer the long configuration request\n"
@@ -60,12 +65,13 @@ void printLine(const std::string& line) {
 
 struct Options {
     std::string address = "127.0.0.1";
-    long port = vyx::sim::kDefaultPort;
+    std::optional<long> port;
     std::optional<std::string> model;
     std::optional<long> seconds;
     std::optional<std::string> sceneFile;
     std::optional<std::string> toolDirectory;
     bool longForm = true;
+    bool wifi = false;
 };
 
 bool parseNumber(const std::string& text, long low, long high, long& value) {
@@ -90,6 +96,10 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
             options.longForm = false;
             continue;
         }
+        if (option == "--wifi") {
+            options.wifi = true;
+            continue;
+        }
         if (option != "--address" && option != "--port" && option != "--model" &&
             option != "--seconds" && option != "--scene" && option != "--write-tools") {
             std::cerr << "vyx_virtual_tracker: unknown option " << option << "\n" << kUsage;
@@ -104,7 +114,9 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options) {
         if (option == "--address") {
             options.address = value;
         } else if (option == "--port") {
-            ok = parseNumber(value, 0, 65535, options.port);
+            long port = 0;
+            ok = parseNumber(value, 0, 65535, port);
+            options.port = port;
         } else if (option == "--model") {
             options.model = value;
         } else if (option == "--scene") {
@@ -132,7 +144,8 @@ std::string fixed(double value, int decimals) {
 }
 
 void printSummary(const DeviceDescription& d, const vyx::sim::Scene& scene,
-                  const std::string& sceneName, const std::string& address, std::uint16_t port) {
+                  const std::string& sceneName, const std::string& address, std::uint16_t port,
+                  bool wifi) {
     using namespace vyx::sim;
     const std::uint32_t greyBlock = ethernetGreyBlockBytes(d.geometry);
     const std::uint32_t colourBlock = ethernetColourHalfBlockBytes(d.geometry);
@@ -149,6 +162,8 @@ void printSummary(const DeviceDescription& d, const vyx::sim::Scene& scene,
 
     std::ostringstream out;
     out << "Virtual tracker serving on " << address << ":" << port << "\n"
+        << "  framing           "
+        << (wifi ? "Wi-Fi module (no images, trigger or mode)" : "Ethernet") << "\n"
         << "  model text        \"" << d.modelText.substr(0, 20) << "\"\n"
         << "  manufactured      " << d.manufactured.year << "-" << std::setfill('0') << std::setw(2)
         << int{d.manufactured.month} << "-" << std::setw(2) << int{d.manufactured.day}
@@ -265,15 +280,18 @@ int main(int argc, char** argv) {
     vyx::sim::VirtualTracker tracker(description);
     tracker.setEventSink(printLine);
     tracker.setMarkerFrameSource(std::move(frames));
+    if (options.wifi) tracker.setFraming(vyx::sim::LinkFraming::WiFi);
+    const long port = options.port.value_or(options.wifi ? vyx::sim::kDefaultWifiPort
+                                                         : vyx::sim::kDefaultPort);
     try {
-        tracker.start(options.address, static_cast<std::uint16_t>(options.port));
+        tracker.start(options.address, static_cast<std::uint16_t>(port));
     } catch (const std::exception& e) {
         std::cerr << "vyx_virtual_tracker: " << e.what() << "\n";
-        if (options.port > 0 && options.port < 1024)
+        if (port > 0 && port < 1024)
             std::cerr << "(ports below 1024 need root or CAP_NET_BIND_SERVICE)\n";
         return 1;
     }
-    printSummary(description, scene, sceneName, options.address, tracker.port());
+    printSummary(description, scene, sceneName, options.address, tracker.port(), options.wifi);
 
     const auto deadline =
         options.seconds ? std::chrono::steady_clock::now() + std::chrono::seconds(*options.seconds)

@@ -257,4 +257,21 @@ bool parseWifiStatusFrame(const std::uint8_t* frame, std::size_t received,
     return true;
 }
 
+void decodeWifiStatus(const std::uint8_t* b, T_VyxPosStatusInfo& status) {
+    const auto signed16 = [&](std::size_t at) { return static_cast<std::int16_t>(readU16(b + at)); };
+    status.Temperature0 = static_cast<float>(signed16(0)) / 100.0f;
+    status.Temperature1 = static_cast<float>(signed16(2)) / 100.0f;
+    status.SensorValue0 = static_cast<float>(readU16(b + 4)) / 100.0f;
+    status.SensorValue1 = static_cast<float>(readU16(b + 6)) / 100.0f;
+    status.SensorValue2 = signed16(8);
+    status.SensorValue3 = signed16(10);
+    status.StateByte0 = b[12];
+    status.StateByte1 = b[13];
+    const std::uint32_t word = readU32(b + 14);
+    status.StateWord1 = static_cast<std::uint16_t>(word & 0xFFFF);
+    status.StateWord0 = static_cast<std::uint16_t>(word >> 16);
+    status.LinkState = b[18] <= 1 ? b[18] : 2u;
+    status.HardwareCheck = readU32(b + 20);
+}
+
 }  // namespace vyx::device

@@ -192,6 +192,17 @@ bool parseWifiMarkerFrame(const std::uint8_t* frame, std::size_t length, std::ui
 bool parseWifiStatusFrame(const std::uint8_t* frame, std::size_t received,
                           std::uint8_t* statusBytes);
 
+// Decodes the 24 status bytes a Wi-Fi status frame keeps. Their layout (this
+// library's own, served the same way by the virtual tracker):
+//   0-1 Temperature0, 2-3 Temperature1 (int16, hundredths of a degree)
+//   4-5 SensorValue0, 6-7 SensorValue1 (uint16, hundredths)
+//   8-9 SensorValue2, 10-11 SensorValue3 (int16)
+//   12 StateByte0, 13 StateByte1
+//   14-17 state word (StateWord1 low half, StateWord0 high half)
+//   18 link state byte (0, 1, anything else 2), 19 reserved
+//   20-23 hardware check code (0 healthy, 1..7 the first failing check)
+void decodeWifiStatus(const std::uint8_t* statusBytes, T_VyxPosStatusInfo& status);
+
 // ---- Little-endian helpers ---------------------------------------------------------
 
 inline std::uint16_t readU16(const std::uint8_t* p) {

@@ -85,14 +85,20 @@ int VyxPosFunc::Zelmor_GetStatusInfo(E_Interface iface, T_VyxPosStatusInfo& stat
     LinkState& link = *linkFor(iface);
     const int error = link.lastError.load(std::memory_order_relaxed);
     if (error != RV_SUCCESS) return error;
-    const std::uint32_t counter = link.frameCounter.load(std::memory_order_acquire);
+    // The Wi-Fi module sends its status in frames of its own.
+    const bool wifi = iface == Interface_WiFi;
+    const std::uint32_t counter = wifi ? wifiStatusCounter_.load(std::memory_order_acquire)
+                                       : link.frameCounter.load(std::memory_order_acquire);
     auto& delivered = lastDelivered(iface, kStatusDelivery);
     // Counter 0: nothing has arrived on this engine's link yet, whatever
     // another engine of the process delivered last.
     if (counter == 0 || counter == delivered.load(std::memory_order_relaxed)) return RV_NO_NEW_FRAME;
     delivered.store(counter, std::memory_order_relaxed);
     std::lock_guard<std::mutex> frame(link.frameLock);
-    decodeStatus(link.frame.data(), statusLayout(), status);
+    if (wifi)
+        decodeWifiStatus(wifiStatus_.data(), status);
+    else
+        decodeStatus(link.frame.data(), statusLayout(), status);
     return RV_SUCCESS;
 }
 

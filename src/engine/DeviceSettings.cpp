@@ -10,9 +10,10 @@ int VyxPosFunc::sendCommand(E_Interface iface, const CommandPacket& packet) {
     switch (iface) {
         case Interface_Ethernet:
             return ETHWrite(packet.bytes.data(), static_cast<int>(length));
-        case Interface_USB:
         case Interface_WiFi:
-            // These links are not available in this build: never open.
+            return WIFIWrite(packet.bytes.data(), static_cast<int>(length));
+        case Interface_USB:
+            // Not available in this build: never open.
             return RV_NOT_CONNECTED;
         default:
             return RV_FAILED;

@@ -126,7 +126,8 @@ int VyxPosFunc::ethernetTriggerIfNeeded() {
 
 int VyxPosFunc::Zelmor_GetMarkerAndStatusByTrig(E_Interface iface, T_MarkerInfo& markers,
                                                 T_VyxPosStatusInfo& status) {
-    if (iface == Interface_USB || iface == Interface_WiFi) return RV_NOT_CONNECTED;
+    if (iface == Interface_USB) return RV_NOT_CONNECTED;
+    if (iface == Interface_WiFi) return wifiMarkerAndStatusByTrig(markers, status);
     if (iface != Interface_Ethernet) return RV_FAILED;
     if (!eth_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
 

@@ -1,4 +1,4 @@
-// The USB and Wi-Fi receiver threads (the Ethernet one lives with its link).
+// The USB receiver thread (the Ethernet and Wi-Fi ones live with their links).
 // Each runs from construction to destruction and, while its link is closed,
 // polls every millisecond, so that destruction joins it within about a
 // millisecond.
@@ -11,12 +11,6 @@ constexpr auto kIdlePoll = std::chrono::milliseconds(1);
 }
 
 void VyxPosFunc::USBProcess() {
-    while (isRunning()) {
-        std::this_thread::sleep_for(kIdlePoll);
-    }
-}
-
-void VyxPosFunc::WIFIProcess() {
     while (isRunning()) {
         std::this_thread::sleep_for(kIdlePoll);
     }

@@ -25,10 +25,12 @@ VyxPosFunc::~VyxPosFunc() {
     // Wake a receiver blocked in a read on a tracker that stopped answering;
     // it then sees the cleared flag and leaves its loop.
     ethSocket_.shutdown();
+    wifiSocket_.shutdown();
     if (usbThread_.joinable()) usbThread_.join();
     if (ethThread_.joinable()) ethThread_.join();
     if (wifiThread_.joinable()) wifiThread_.join();
     ethSocket_.close();
+    wifiSocket_.close();
     DestroyETHTempResource();
 }
 

@@ -124,6 +124,16 @@ public:
     int ETHReadImageColor(std::uint32_t block);
     int ETHReadConfigureData();
 
+    // Wi-Fi link internals: the same reads and writes on the Wi-Fi socket,
+    // the module's own marker, status and configuration frames, and the
+    // drain that follows a broken frame (`chunk` bytes at a time).
+    int WIFIWrite(const std::uint8_t* buffer, int length);
+    int WIFIRead(std::uint8_t* buffer, int& length, int retries);
+    void WIFICleanData(std::size_t chunk);
+    int WIFIReadMarkerInfo();
+    int WIFIReadStatusInfo();
+    int WIFIReadConfigureData();
+
     // ---- Reconstruction and frame delivery -------------------------------
     // Working camera model for a camera temperature, and the stereo
     // matrices derived from it.
@@ -237,6 +247,8 @@ private:
                      T_VyxPosStatusInfo* status, bool withStatus);
     // In trigger mode 1, sends the acquisition trigger and reads its answer.
     int ethernetTriggerIfNeeded();
+    // The triggered read on the Wi-Fi link.
+    int wifiMarkerAndStatusByTrig(T_MarkerInfo& markers, T_VyxPosStatusInfo& status);
     // Reads a whole grey image pair on the Ethernet link into caller buffers.
     int ethernetGreyImageInto(char* leftImage, char* rightImage);
     // Configuration fetch steps shared by the transports.
@@ -253,6 +265,13 @@ private:
     LinkState eth_;
     LinkState wifi_;
     vyx::device::TcpSocket ethSocket_;
+    vyx::device::TcpSocket wifiSocket_;
+    // The Wi-Fi module's newest 24 status bytes (under wifi_.frameLock) and
+    // the number of status frames received.
+    std::array<std::uint8_t, vyx::device::kWifiStatusBytes> wifiStatus_{};
+    std::atomic<std::uint32_t> wifiStatusCounter_{0};
+    // Private receive buffer of the Wi-Fi receiver thread.
+    std::array<std::uint8_t, vyx::device::kWifiMarkerFrameMaxBytes> wifiReceive_{};
     // Private receive buffer of the Ethernet receiver thread.
     std::array<std::uint8_t, vyx::device::kMarkerFrameBytes> ethReceive_{};
     // Acquisition mode last set, per transport.

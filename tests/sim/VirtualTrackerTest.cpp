@@ -1,6 +1,7 @@
 // The virtual tracker, driven over loopback TCP by a bare host written here,
 // so that what it sends is checked against the wire format itself and not
 // against the library's reading of it. Each test has its own address.
+#include "sim/ConfigurationImage.h"
 #include "sim/MarkerScene.h"
 #include "sim/VirtualTracker.h"
 
@@ -83,8 +84,10 @@ private:
 
 // A tracker on the test's own address, with a host connected to it.
 struct Served {
-    explicit Served(const std::string& addr, const DeviceDescription& d = defaultDescription())
+    explicit Served(const std::string& addr, const DeviceDescription& d = defaultDescription(),
+                    LinkFraming framing = LinkFraming::Ethernet)
         : tracker(d), address(addr) {
+        tracker.setFraming(framing);
         tracker.start(address, kTestPort);
         host = connect();
     }
@@ -503,6 +506,216 @@ TEST(Connections, RefusesNonLoopbackAndBusyAddresses) {
     Served s("127.0.0.212");
     EXPECT_THROW(idle.start(s.address, kTestPort), std::system_error);
     EXPECT_THROW(s.tracker.start(s.address, kTestPort), std::logic_error);
+}
+
+// ---- Wi-Fi framing ------------------------------------------------------------
+
+constexpr auto kWiFi = LinkFraming::WiFi;
+
+TEST(WifiFraming, ConfigurationFrameWrapsTheEthernetBlocks) {
+    DeviceDescription d = defaultDescription();
+    d.calibration1 = numbered(0);
+    d.calibration2 = numbered(1000);
+    d.modelText = "ZR-D640-WIFI";
+    Served s("127.0.0.220", d, kWiFi);
+    const Bytes frame = s.host->replyWithin({0x0A});
+    ASSERT_EQ(frame.size(), 1032u);
+    EXPECT_EQ(slice(frame, 0, 4), (Bytes{0xA5, 0x5A, 0x08, 0x04}));
+    EXPECT_EQ(slice(frame, 4, 1024), encodeShortConfiguration(d));
+    expectCalibrationAt(frame, 4, d.calibration1);
+    expectCalibrationAt(frame, 516, *d.calibration2);
+    EXPECT_EQ(slice(frame, 1028, 4), (Bytes{0, 0, 0xFF, 0xFE}));
+    EXPECT_EQ(s.host->request({0xF8}, 20), text20(d.modelText));
+
+    const struct {
+        bool block1, block2, omitSecond;
+        std::size_t size;
+    } cases[] = {{false, false, false, 1032}, {true, false, false, 1032},
+                 {false, true, false, 1032},  {false, false, true, 516}};
+    for (const auto& c : cases) {
+        FaultSettings fault;
+        fault.badChecksumBlock1 = c.block1;
+        fault.badChecksumBlock2 = c.block2;
+        fault.omitSecondConfigBlock = c.omitSecond;
+        s.tracker.setFaults(fault);
+        const Bytes reply = s.host->replyWithin({0x0A});
+        ASSERT_EQ(reply.size(), c.size);
+        EXPECT_EQ(blockChecksumOk(reply, 4), !c.block1);
+        if (c.size == 1032) {
+            EXPECT_EQ(blockChecksumOk(reply, 516), !c.block2);
+        }
+    }
+}
+
+// Reads one Wi-Fi marker frame: the header, then as many bytes as it announces.
+Bytes wifiMarkerFrame(RawHost& host) {
+    Bytes frame = host.request({0x0E}, 4);
+    if (frame.size() < 4) return frame;
+    const Bytes payload = host.request({}, at<std::uint16_t>(frame, 2) - 4u);
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    return frame;
+}
+
+TEST(WifiFraming, MarkerFramesCarryPointsAndTheTrailerOrClosingWord) {
+    Served s("127.0.0.221", defaultDescription(), kWiFi);
+    const struct {
+        std::optional<std::uint32_t> extendedId;
+        std::size_t left, right;  // points given; at most 200 are sent
+        std::size_t length;
+    } cases[] = {{0xA1B2C3D4, 3, 2, (3 + 2 + 2) * 8 + 12},
+                 {std::nullopt, 3, 2, 4 + 8 + 5 * 8 + 4},
+                 {std::nullopt, 0, 0, 16},
+                 {7, 0, 1, (0 + 1 + 2) * 8 + 12},
+                 {0x01020304, 210, 200, (200 + 200 + 2) * 8 + 12}};
+    std::uint64_t requests = 0;
+    for (const auto& c : cases) {
+        MarkerFrame f;
+        f.frameId = static_cast<std::uint8_t>(c.left + 1);
+        f.extendedId = c.extendedId;
+        f.leftValue = 6;
+        f.rightValue = 3;
+        for (std::size_t i = 0; i < c.left; ++i) f.left.push_back({1.5f + i, 2.5f + i});
+        for (std::size_t i = 0; i < c.right; ++i) f.right.push_back({-1.0f - i, 1000.0f + i});
+        s.tracker.setMarkerFrame(f);
+        const Bytes frame = wifiMarkerFrame(*s.host);
+        ++requests;
+        ASSERT_EQ(frame.size(), c.length) << c.left << " + " << c.right;
+        EXPECT_EQ(at<std::uint16_t>(frame, 2), c.length);
+        const std::uint16_t left = std::min<std::uint16_t>(c.left, 200);
+        const std::uint16_t right = std::min<std::uint16_t>(c.right, 200);
+        EXPECT_EQ(slice(frame, 0, 2), (Bytes{0xA5, 0x5A}));
+        EXPECT_EQ(slice(frame, 4, 2), (Bytes{f.frameId, 6}));
+        EXPECT_EQ(at<std::uint16_t>(frame, 6), left);
+        EXPECT_EQ(slice(frame, 8, 2), (Bytes{0, 3}));
+        EXPECT_EQ(at<std::uint16_t>(frame, 10), right);
+        for (std::size_t i = 0; i < left; ++i)
+            ASSERT_EQ((at<std::array<float, 2>>(frame, 12 + 8 * i)),
+                      (std::array<float, 2>{1.5f + i, 2.5f + i}));
+        for (std::size_t i = 0; i < right; ++i)
+            ASSERT_EQ((at<std::array<float, 2>>(frame, 12 + 8 * (left + i))),
+                      (std::array<float, 2>{-1.0f - i, 1000.0f + i}));
+        if (c.extendedId) {
+            Bytes trailer{0, 0, 0xB5, 0x5B, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFE};
+            std::memcpy(trailer.data() + 4, &*c.extendedId, 4);
+            EXPECT_EQ(slice(frame, c.length - 16, 16), trailer);
+        } else {
+            EXPECT_EQ(slice(frame, c.length - 4, 4), (Bytes{0, 0, 0xFF, 0xFE}));
+        }
+    }
+    EXPECT_EQ(s.tracker.markerRequests(), requests);
+}
+
+TEST(WifiFraming, StatusFrameReportsTheLastMarkerFramesStatus) {
+    Served s("127.0.0.222", defaultDescription(), kWiFi);
+    MarkerFrame f;
+    f.status = {-1234, 2950, 4321, 65000, 0xFF85, 0x3344, -5, 7,
+                2,     0x5A, 0xA5, 0xDEADBEEF, {0, 800 * 16, 500 * 16, 500 * 16}};
+    s.tracker.setMarkerFrame(f);
+    const Bytes frame = s.host->request({0x0F}, 32);
+    ASSERT_EQ(frame.size(), 32u);
+    EXPECT_EQ(slice(frame, 0, 4), (Bytes{0xA5, 0x5A, 32, 0}));
+    EXPECT_EQ(at<std::int16_t>(frame, 4), -1234);
+    EXPECT_EQ(at<std::int16_t>(frame, 6), 2950);
+    EXPECT_EQ(at<std::uint16_t>(frame, 8), 4321);
+    EXPECT_EQ(at<std::uint16_t>(frame, 10), 65000);
+    EXPECT_EQ(at<std::int16_t>(frame, 12), -123);
+    EXPECT_EQ(at<std::int16_t>(frame, 14), 0x3344);
+    EXPECT_EQ(slice(frame, 16, 2), (Bytes{0x5A, 0xA5}));
+    EXPECT_EQ(at<std::uint32_t>(frame, 18), 0xDEADBEEFu);
+    EXPECT_EQ(slice(frame, 22, 2), (Bytes{2, 0}));
+    EXPECT_EQ(at<std::uint32_t>(frame, 24), 0u);
+    EXPECT_EQ(slice(frame, 28, 4), (Bytes{0, 0, 0xFF, 0xFE}));
+    EXPECT_EQ(s.tracker.markerRequests(), 0u) << "a status request is not a marker request";
+
+    // The hardware check lanes become the code of the first failing check.
+    const struct {
+        std::array<std::uint16_t, 4> lanes;
+        std::uint32_t code;
+    } checks[] = {{{1, 800 * 16, 500 * 16, 500 * 16}, 7},   {{0, 699 * 16, 500 * 16, 500 * 16}, 1},
+                  {{0, 1001 * 16, 500 * 16, 500 * 16}, 2},  {{0, 700 * 16, 199 * 16, 0}, 3},
+                  {{0, 1000 * 16, 1001 * 16, 0}, 4},        {{0, 800 * 16, 200 * 16, 0xFFF0}, 5},
+                  {{0, 800 * 16, 1000 * 16, 1001 * 16}, 6}, {{0, 700 * 16, 200 * 16, 16000}, 0}};
+    for (const auto& c : checks) {
+        f.status.hardwareCheckLanes = c.lanes;
+        s.tracker.setMarkerFrame(f);
+        EXPECT_EQ(at<std::uint32_t>(s.host->request({0x0F}, 32), 24), c.code) << c.code;
+    }
+
+    // From a source: the frame of the last marker request, else the next one.
+    s.tracker.setMarkerFrameSource([](std::uint64_t index) {
+        MarkerFrame m;
+        m.status.temperature1Hundredths = static_cast<std::int16_t>(100 + index);
+        return m;
+    });
+    EXPECT_EQ(at<std::int16_t>(s.host->request({0x0F}, 32), 6), 100);
+    EXPECT_EQ(wifiMarkerFrame(*s.host).size(), 16u);
+    EXPECT_EQ(wifiMarkerFrame(*s.host).size(), 16u);
+    EXPECT_EQ(at<std::int16_t>(s.host->request({0x0F}, 32), 6), 101);
+    EXPECT_EQ(s.tracker.markerRequests(), 2u);
+
+    FaultSettings fault;
+    fault.badWifiStatusFrame = true;
+    s.tracker.setFaults(fault);
+    EXPECT_EQ(slice(s.host->request({0x0F}, 32), 30, 2), (Bytes{0xFE, 0xFE}));
+}
+
+TEST(WifiFraming, CommandsArriveAtTheirOwnLengthAndUncarriedOnesGetNoReply) {
+    Served s("127.0.0.223", defaultDescription(), kWiFi);
+    const std::vector<Bytes> silent = {
+        {0x23, 5},  {0x62, 0x20, 0x03, 0x20, 0x03}, {0xF7, 1, 2, 3, 4}, {0x5A, 0x00, 0x10},
+        {0x90, 127, 0, 0, 9, 0x90, 0xFE},           {0x4D},             {0x0D},
+        {0x0C},     {0x63},                         {0xA0},             {0x80},
+        {0xA4},     {0x04},                         {0xA8},             {0x08},
+        {0xA1},     {0x01},                         {0xF5},             {0x1A}};
+    Bytes stream;
+    for (const Bytes& c : silent) stream.insert(stream.end(), c.begin(), c.end());
+    for (std::size_t from = 0; from < stream.size(); from += 3) {  // pieces that cut commands
+        s.host->request(slice(stream, from, std::min<std::size_t>(3, stream.size() - from)), 0);
+        std::this_thread::sleep_for(5ms);
+    }
+    EXPECT_TRUE(s.host->replyWithin({}).empty());
+    ASSERT_TRUE(s.tracker.waitForCommands(silent.size(), 2000ms));
+    EXPECT_EQ(s.tracker.commands(), silent);
+
+    // A two-byte setting directly followed by a status request.
+    s.tracker.clearCommands();
+    EXPECT_EQ(s.host->replyWithin({0x23, 0x0F, 0x0F}).size(), 32u);
+    EXPECT_EQ(s.tracker.commands(), (std::vector<Bytes>{{0x23, 0x0F}, {0x0F}}));
+}
+
+TEST(WifiFraming, FaultsOnMarkerFrames) {
+    Served s("127.0.0.224", defaultDescription(), kWiFi);
+    MarkerFrame oneLeftPoint;
+    oneLeftPoint.left = {{1, 2}};
+    s.tracker.setMarkerFrame(oneLeftPoint);
+    const Bytes frame = s.host->replyWithin({0x0E});
+    ASSERT_EQ(frame.size(), 4u + 8 + 8 + 4);
+    Bytes oversized = frame, corrupt = frame;
+    oversized[2] = 0x10;  // 3600
+    oversized[3] = 0x0E;
+    corrupt[frame.size() - 2] = 0xFE;
+    const struct {
+        void (*set)(FaultSettings&);
+        Bytes command, reply;
+    } cases[] = {
+        {[](FaultSettings& f) { f.wifiAnnouncedLength = 3600; }, {0x0E}, oversized},
+        {[](FaultSettings& f) { f.corruptEndMark = true; }, {0x0E}, corrupt},
+        {[](FaultSettings& f) { f.shortMarkerFrameBytes = 10; }, {0x0E}, slice(frame, 0, 10)},
+        {[](FaultSettings& f) { f.noModelTextReply = true; }, {0xF8}, {}},
+        {[](FaultSettings& f) { f.stopAnswering = true; }, {0x0E, 0x0F, 0x0A, 0xF8}, {}},
+    };
+    for (const auto& c : cases) {
+        FaultSettings fault;
+        c.set(fault);
+        s.tracker.setFaults(fault);
+        EXPECT_EQ(s.host->replyWithin(c.command), c.reply) << "command " << int{c.command[0]};
+    }
+    FaultSettings fault;
+    fault.closeAfterMarkerFrames = 1;  // the status frame does not count
+    s.tracker.setFaults(fault);
+    EXPECT_EQ(s.host->request({0x0F}, 32).size(), 32u);
+    EXPECT_EQ(s.host->request({0x0E}, frame.size()), frame);
+    EXPECT_TRUE(s.host->closedByPeer());
 }
 
 }  // namespace

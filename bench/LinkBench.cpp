@@ -1,7 +1,8 @@
-// Frames per second that the Ethernet link sustains from the virtual tracker
-// over loopback: marker frames alone, and marker frames interleaved with grey
-// image pairs. Each iteration waits for the next new item; the rate is
-// reported as items per second.
+// Frames per second that the links sustain from the virtual tracker over
+// loopback: on Ethernet marker frames alone and marker frames interleaved
+// with grey image pairs, on Wi-Fi marker frames (five per status frame).
+// Each iteration waits for the next new item; the rate is reported as items
+// per second.
 #include "VyxPositionAPI.h"
 #include "sim/VirtualTracker.h"
 
@@ -15,28 +16,39 @@
 
 namespace {
 
-// One tracker and one connected engine for the whole run.
+// One tracker and one connected engine per link for the whole run, each on
+// its own loopback address and a free unprivileged port.
 struct LinkFixture {
-    LinkFixture() {
-        tracker.start("127.0.0.250", 0);  // a free unprivileged port
+    LinkFixture(E_Interface iface, unsigned char host) : link(iface) {
+        tracker.setFraming(iface == Interface_WiFi ? vyx::sim::LinkFraming::WiFi
+                                                   : vyx::sim::LinkFraming::Ethernet);
+        tracker.start("127.0.0." + std::to_string(host), 0);
         if (Vyx_API_Initial(&handle) != RV_SUCCESS) throw std::runtime_error("initial");
-        if (Vyx_SetEthernetConnectIP(handle, 127, 0, 0, 250) != RV_SUCCESS ||
-            Vyx_SetEthernetConnectPort(handle, tracker.port()) != RV_SUCCESS ||
-            Vyx_ConnectDevice(handle, Interface_Ethernet, &para) != RV_SUCCESS)
+        const int rc = iface == Interface_WiFi
+                           ? Vyx_SetWifiConnectAddress(handle, 127, 0, 0, host, tracker.port())
+                           : (Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host) == RV_SUCCESS
+                                  ? Vyx_SetEthernetConnectPort(handle, tracker.port())
+                                  : RV_FAILED);
+        if (rc != RV_SUCCESS || Vyx_ConnectDevice(handle, iface, &para) != RV_SUCCESS)
             throw std::runtime_error("connect to the virtual tracker failed");
     }
     ~LinkFixture() {
         Vyx_API_Close(&handle);
         tracker.stop();
     }
+    E_Interface link;
     vyx::sim::VirtualTracker tracker;
     VyxHandle handle = nullptr;
     T_VYXPOS_DATAPARA para{};
 };
 
-LinkFixture& fixture() {
-    static LinkFixture instance;
-    return instance;
+LinkFixture& fixture(E_Interface iface) {
+    if (iface == Interface_WiFi) {
+        static LinkFixture wifi(Interface_WiFi, 251);
+        return wifi;
+    }
+    static LinkFixture ethernet(Interface_Ethernet, 250);
+    return ethernet;
 }
 
 // Polls until `poll` reports a new item; false after a generous time-out.
@@ -52,27 +64,31 @@ bool waitForNew(Poll&& poll) {
     return false;
 }
 
-void BM_MarkerFrames(benchmark::State& state) {
-    LinkFixture& f = fixture();
-    Vyx_SetAcquireData(f.handle, Interface_Ethernet, DataType_MarkerAndStatus);
+void markerFrames(benchmark::State& state, E_Interface iface) {
+    LinkFixture& f = fixture(iface);
+    Vyx_SetAcquireData(f.handle, iface, DataType_MarkerAndStatus);
     T_MarkerInfo markers{};
     std::int64_t frames = 0;
     for (auto _ : state) {
-        if (!waitForNew([&] { return Vyx_GetMarkerInfo(f.handle, Interface_Ethernet, &markers); })) {
+        if (!waitForNew([&] { return Vyx_GetMarkerInfo(f.handle, iface, &markers); })) {
             state.SkipWithError("no marker frame arrived");
             break;
         }
         ++frames;
     }
-    Vyx_SetAcquireData(f.handle, Interface_Ethernet, DataType_None);
+    Vyx_SetAcquireData(f.handle, iface, DataType_None);
     state.SetItemsProcessed(frames);
     // The built-in scene shows four markers: check the path outside the loop.
     if (markers.MarkerNumber != 4) state.SkipWithError("scene markers were not reconstructed");
 }
+void BM_MarkerFrames(benchmark::State& state) { markerFrames(state, Interface_Ethernet); }
 BENCHMARK(BM_MarkerFrames)->Unit(benchmark::kMicrosecond)->MinTime(2.0)->UseRealTime();
 
+void BM_WifiMarkerFrames(benchmark::State& state) { markerFrames(state, Interface_WiFi); }
+BENCHMARK(BM_WifiMarkerFrames)->Unit(benchmark::kMicrosecond)->MinTime(2.0)->UseRealTime();
+
 void BM_MarkerFramesWithGreyImages(benchmark::State& state) {
-    LinkFixture& f = fixture();
+    LinkFixture& f = fixture(Interface_Ethernet);
     const std::size_t bytes = static_cast<std::size_t>(f.para.MarkerImageWidth) * f.para.MarkerImageHeight;
     std::vector<char> left(bytes), right(bytes);
     Vyx_SetAcquireData(f.handle, Interface_Ethernet, DataType_MarkerAndGrey);

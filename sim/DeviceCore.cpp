@@ -1,0 +1,161 @@
+#include "sim/DeviceCore.h"
+
+#include "sim/MarkerScene.h"
+#include "sim/Scene.h"
+
+#include <algorithm>
+#include <exception>
+#include <vector>
+
+namespace vyx::sim {
+namespace {
+
+// Images are generated and sent in pieces of this size.
+constexpr std::size_t kImageChunkBytes = 64 * 1024;
+
+}  // namespace
+
+DeviceCore::DeviceCore(DeviceDescription description)
+    : description_(std::make_shared<const DeviceDescription>(std::move(description))) {}
+
+DeviceCore::~DeviceCore() = default;
+
+std::shared_ptr<const DeviceDescription> DeviceCore::description() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return description_;
+}
+
+void DeviceCore::setDescription(const DeviceDescription& description) {
+    auto copy = std::make_shared<const DeviceDescription>(description);
+    std::lock_guard<std::mutex> lock(mutex_);
+    description_ = std::move(copy);
+}
+
+void DeviceCore::setMarkerFrame(const MarkerFrame& frame) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    fixedFrame_ = frame;
+    frameSource_ = nullptr;
+    lastFrame_.reset();
+}
+
+void DeviceCore::setMarkerFrameSource(FrameSource source) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    fixedFrame_.reset();
+    frameSource_ = std::move(source);
+    lastFrame_.reset();
+}
+
+std::uint64_t DeviceCore::markerRequests() const { return markerRequestCount_.load(); }
+
+void DeviceCore::setFaults(const FaultSettings& faults) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    faults_ = faults;
+}
+
+FaultSettings DeviceCore::faults() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return faults_;
+}
+
+void DeviceCore::connectionOpened() {
+    for (ImageStream& stream : images_) stream.active = false;
+}
+
+std::optional<MarkerFrame> DeviceCore::takeMarkerFrame(Link& link) {
+    const std::uint64_t index = markerRequestCount_.fetch_add(1);
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (faults_.closeAfterMarkerFrames == std::size_t{0}) {
+            faults_.closeAfterMarkerFrames.reset();
+            lock.unlock();
+            link.close("closed by fault after the requested marker frames");
+            return std::nullopt;
+        }
+    }
+    auto frame = frameFor(index, link);
+    if (frame) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        lastFrame_ = frame;
+    }
+    return frame;
+}
+
+void DeviceCore::sendMarkerFrame(Link& link, const std::uint8_t* data, std::size_t size) {
+    // Count the frame down before it goes out, so that a host holding the
+    // frame sees the count that already includes it.
+    bool closeAfterSending = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto& remaining = faults_.closeAfterMarkerFrames;
+        if (remaining && *remaining > 0 && --*remaining == 0) {
+            remaining.reset();
+            closeAfterSending = true;
+        }
+    }
+    if (link.send(data, size) && closeAfterSending)
+        link.close("closed by fault after the requested marker frames");
+}
+
+std::optional<StatusFields> DeviceCore::status(Link& link) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (lastFrame_) return lastFrame_->status;
+    }
+    const auto frame = frameFor(markerRequestCount_.load(), link);
+    if (!frame) return std::nullopt;
+    return frame->status;
+}
+
+std::optional<MarkerFrame> DeviceCore::frameFor(std::uint64_t index, Link& link) {
+    std::optional<MarkerFrame> fixed;
+    FrameSource source;
+    std::shared_ptr<const DeviceDescription> d;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        fixed = fixedFrame_;
+        source = frameSource_;
+        d = description_;
+    }
+    try {
+        return fixed ? *fixed : source ? source(index) : builtInFrame(d, index);
+    } catch (const std::exception& e) {
+        link.report(std::string("frame source failed: ") + e.what());
+        return std::nullopt;
+    }
+}
+
+MarkerFrame DeviceCore::builtInFrame(const std::shared_ptr<const DeviceDescription>& d,
+                                     std::uint64_t index) {
+    if (!builtInRenderer_ || builtInDescription_ != d) {
+        builtInRenderer_ = std::make_unique<SceneRenderer>(*d, builtInScene());
+        builtInDescription_ = d;
+    }
+    return builtInRenderer_->frame(index, static_cast<std::uint32_t>(index + 1));
+}
+
+void DeviceCore::sendImageBlock(Link& link, ImageCamera camera, bool first) {
+    const auto d = description();
+    const bool colour = camera == ImageCamera::Colour;
+    const std::size_t imageBytes = colour ? d->colourImageBytes : d->greyImageBytes;
+    const std::size_t blockBytes = colour ? ethernetColourHalfBlockBytes(d->geometry)
+                                          : ethernetGreyBlockBytes(d->geometry);
+    if (imageBytes == 0) return;
+
+    ImageStream& stream = images_[static_cast<std::size_t>(camera)];
+    if (first || !stream.active || stream.offset >= imageBytes) {
+        stream.currentImage = stream.nextImage++;
+        stream.offset = 0;
+        stream.active = true;
+    }
+    const std::size_t size = std::min(blockBytes, imageBytes - stream.offset);
+    std::vector<std::uint8_t> chunk(std::min(size, kImageChunkBytes));
+    for (std::size_t sent = 0; sent < size;) {
+        const std::size_t piece = std::min(chunk.size(), size - sent);
+        fillImagePattern(camera, stream.currentImage, stream.offset + sent, chunk.data(), piece);
+        if (!link.send(chunk.data(), piece)) return;
+        sent += piece;
+    }
+    stream.offset += size;
+}
+
+}  // namespace vyx::sim

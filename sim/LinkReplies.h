@@ -1,0 +1,19 @@
+// What the tracker sends for each command on a link of either framing: the
+// device core's answer in the Ethernet or the Wi-Fi wire form. The command
+// tables are in VirtualTracker.h.
+#pragma once
+
+#include "sim/CommandFraming.h"
+#include "sim/DeviceCore.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace vyx::sim {
+
+// Answers one command packet, as cut by commandLength(code, framing), unless
+// the faults keep the tracker silent.
+void answerCommand(const std::vector<std::uint8_t>& packet, LinkFraming framing,
+                   DeviceCore& core, DeviceCore::Link& link);
+
+}  // namespace vyx::sim

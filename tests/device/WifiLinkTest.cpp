@@ -1,0 +1,164 @@
+// The Wi-Fi link end to end: the library, through its exported interface,
+// against the virtual tracker serving the Wi-Fi module's framing on a
+// loopback address.
+#include "VyxPositionAPI.h"
+#include "sim/DeviceDescription.h"
+#include "sim/Scene.h"
+#include "sim/SceneTools.h"
+#include "sim/VirtualTracker.h"
+#include "support/Eventually.h"
+#include "support/Loopback.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <future>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+using vyx::test::eventually;
+using Bytes = std::vector<std::uint8_t>;
+
+namespace {
+
+constexpr E_Interface kWifi = Interface_WiFi;
+
+class WifiLink : public ::testing::Test {
+protected:
+    void TearDown() override {
+        if (handle != nullptr) Vyx_API_Close(&handle);
+        tracker.stop();
+    }
+
+    int serve(unsigned char host, const vyx::sim::Scene* scene = nullptr) {
+        tracker.setFraming(vyx::sim::LinkFraming::WiFi);
+        if (scene != nullptr)
+            tracker.setMarkerFrameSource(vyx::sim::sceneFrameSource(tracker.description(), *scene));
+        tracker.start("127.0.0." + std::to_string(host), vyx::test::trackerPort(host));
+        if (Vyx_API_Initial(&handle) != RV_SUCCESS) return -100;
+        Vyx_SetWifiConnectAddress(handle, 127, 0, 0, host, vyx::test::trackerPort(host));
+        return Vyx_ConnectDevice(handle, kWifi, &para);
+    }
+
+    std::vector<Bytes> commandsSince(std::size_t from) const {
+        const auto all = tracker.commands();
+        return {all.begin() + static_cast<long>(std::min(from, all.size())), all.end()};
+    }
+
+    vyx::sim::VirtualTracker tracker;
+    VyxHandle handle = nullptr;
+    T_VYXPOS_DATAPARA para{};
+    T_MarkerInfo markers{};
+    T_VyxPosStatusInfo status{};
+};
+
+// Largest distance from a frame marker to the nearest scene marker.
+double largestMarkerError(const T_MarkerInfo& m, const std::vector<vyx::sim::Point3>& truth) {
+    double largest = 0.0;
+    for (std::uint32_t i = 0; i < m.MarkerNumber; ++i) {
+        double nearest = 1e9;
+        for (const auto& p : truth)
+            nearest = std::min(nearest, std::hypot(m.MarkerCoordinate[i][0] - p.x,
+                                                   m.MarkerCoordinate[i][1] - p.y,
+                                                   m.MarkerCoordinate[i][2] - p.z));
+        largest = std::max(largest, nearest);
+    }
+    return largest;
+}
+
+TEST_F(WifiLink, ConnectsAndDeliversReconstructedMarkersFreeRunningAndTriggered) {
+    const vyx::sim::Scene scene = [] {
+        vyx::sim::Scene s = vyx::sim::trackingDemoScene();
+        s.strayCentresPerCamera = 0;
+        return s;
+    }();
+    ASSERT_EQ(serve(241, &scene), RV_SUCCESS);
+    EXPECT_EQ(para.MarkerImageWidth, tracker.description().geometry.greyWidth);
+    T_ManufactureInfo manufacture{};
+    ASSERT_EQ(Vyx_GetManufactureInfo(handle, kWifi, &manufacture), RV_SUCCESS);
+
+    // Triggered: each call reads a marker frame and a status frame.
+    for (int k = 0; k < 3; ++k) {
+        ASSERT_EQ(Vyx_GetMarkerAndStatusFromHardware(handle, kWifi, &markers, &status), RV_SUCCESS);
+        const auto truth = scene.markersAt(markers.ID - 1);
+        ASSERT_EQ(markers.MarkerNumber, truth.size());
+        EXPECT_LT(largestMarkerError(markers, truth), 0.01);
+    }
+
+    // Free-running: five marker frames, then one status frame, per cycle.
+    const std::size_t start = tracker.commands().size();
+    ASSERT_EQ(Vyx_SetAcquireData(handle, kWifi, DataType_MarkerAndStatus), RV_SUCCESS);
+    ASSERT_TRUE(eventually([&] { return Vyx_GetMarkerInfo(handle, kWifi, &markers) == RV_SUCCESS; }));
+    ASSERT_TRUE(eventually([&] { return Vyx_GetStatusInfo(handle, kWifi, &status) == RV_SUCCESS; }));
+    ASSERT_EQ(Vyx_SetAcquireData(handle, kWifi, DataType_None), RV_SUCCESS);
+    EXPECT_LT(largestMarkerError(markers, scene.markersAt(markers.ID - 1)), 0.01);
+    const std::vector<Bytes> cycle = commandsSince(start);
+    ASSERT_GE(cycle.size(), 6u);
+    const std::vector<Bytes> expected{{0x0E}, {0x0E}, {0x0E}, {0x0E}, {0x0E}, {0x0F}};
+    EXPECT_EQ(std::vector<Bytes>(cycle.begin(), cycle.begin() + 6), expected);
+}
+
+TEST_F(WifiLink, StatusFramesAreDecodedAndSettingsSentAtTheirOwnLength) {
+    vyx::sim::MarkerFrame frame;
+    frame.status.temperature0Hundredths = -1250;
+    frame.status.temperature1Hundredths = 3310;
+    frame.status.sensorValue0Hundredths = 4567;
+    frame.status.stateByte0 = 0x12;
+    frame.status.stateWord = 0xAABBCCDDu;
+    frame.status.linkState = 5;
+    tracker.setMarkerFrame(frame);
+    ASSERT_EQ(serve(242), RV_SUCCESS);
+    ASSERT_EQ(Vyx_GetMarkerAndStatusFromHardware(handle, kWifi, &markers, &status), RV_SUCCESS);
+    EXPECT_FLOAT_EQ(status.Temperature0, -12.5f);
+    EXPECT_FLOAT_EQ(status.Temperature1, 33.1f);
+    EXPECT_FLOAT_EQ(status.SensorValue0, 45.67f);
+    EXPECT_EQ(status.StateByte0, 0x12);
+    EXPECT_EQ(status.StateWord0, 0xAABB);
+    EXPECT_EQ(status.StateWord1, 0xCCDD);
+    EXPECT_EQ(status.LinkState, 2u);
+    EXPECT_EQ(status.HardwareCheck, 0u);
+
+    // What the module does not carry is refused before anything is sent.
+    const std::size_t start = tracker.commands().size();
+    std::vector<char> image(8);
+    EXPECT_EQ(Vyx_SetFlashDelay(handle, kWifi, 1, 2), RV_FAILED);
+    EXPECT_EQ(Vyx_SetLCDShowRawPoint(handle, kWifi, true), RV_FAILED);
+    EXPECT_EQ(Vyx_SetMarkerParameters(handle, kWifi, 1, 2, 3, 4, 5), RV_FAILED);
+    EXPECT_EQ(Vyx_SetAcquireMode(handle, kWifi, AcquireMode_Trigger1), RV_FAILED);
+    EXPECT_EQ(Vyx_GetGreyImageDual(handle, kWifi, image.data(), image.data()), RV_FAILED);
+    EXPECT_EQ(Vyx_GetColorImageMiddle(handle, kWifi, image.data()), RV_FAILED);
+    // The simple setters go out at their own length.
+    EXPECT_EQ(Vyx_SetCollisinoDetectLevel(handle, kWifi, 0), RV_SUCCESS);
+    EXPECT_EQ(Vyx_SetColorExpTime(handle, kWifi, 100), RV_SUCCESS);
+    EXPECT_EQ(Vyx_SetSystemCommand(handle, kWifi, SystemCommand_0), RV_SUCCESS);
+    const std::vector<Bytes> expected{{0x23, 0x01}, {0x5A, 100, 0}, {0x20}};
+    ASSERT_TRUE(tracker.waitForCommands(start + expected.size(), 2000ms));
+    EXPECT_EQ(commandsSince(start), expected);
+}
+
+TEST_F(WifiLink, AnOversizedFrameIsDrainedAndStopsAcquisitionAndCloseIsBounded) {
+    ASSERT_EQ(serve(243), RV_SUCCESS);
+    vyx::sim::FaultSettings faults;
+    faults.wifiAnnouncedLength = 3600;
+    tracker.setFaults(faults);
+    ASSERT_EQ(Vyx_SetAcquireData(handle, kWifi, DataType_MarkerAndStatus), RV_SUCCESS);
+    ASSERT_TRUE(eventually([&] { return Vyx_GetMarkerInfo(handle, kWifi, &markers) == RV_FAILED; }));
+    EXPECT_EQ(Vyx_GetStatusInfo(handle, kWifi, &status), RV_FAILED);
+
+    // Acquisition again, with a module that stops answering mid-stream: the
+    // handle still closes within a bounded time.
+    tracker.setFaults({});
+    ASSERT_EQ(Vyx_SetAcquireData(handle, kWifi, DataType_MarkerAndStatus), RV_SUCCESS);
+    ASSERT_TRUE(eventually([&] { return Vyx_GetMarkerInfo(handle, kWifi, &markers) == RV_SUCCESS; }));
+    faults = {};
+    faults.stopAnswering = true;
+    tracker.setFaults(faults);
+    std::this_thread::sleep_for(100ms);
+    auto closed = std::async(std::launch::async, [&] { return Vyx_API_Close(&handle); });
+    ASSERT_EQ(closed.wait_for(3s), std::future_status::ready);
+    EXPECT_EQ(closed.get(), RV_SUCCESS);
+}
+
+}  // namespace
