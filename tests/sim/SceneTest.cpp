@@ -26,6 +26,9 @@ namespace {
 
 using namespace vyx::sim;
 
+const std::string kScenes =
+    (std::filesystem::path(__FILE__).parent_path() / "../../sim/scenes/").string();
+
 double distance(const Point3& a, const Point3& b) {
     return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z);
 }
@@ -304,8 +307,7 @@ TEST(SceneFile, NamesTheLineOfAFault) {
 }
 
 TEST(SceneFile, ShippedExampleReadsAndIsSeenByBothCameras) {
-    const std::string here = __FILE__;
-    const std::string file = here.substr(0, here.rfind('/')) + "/../../sim/scenes/tool_demo.scene";
+    const std::string file = kScenes + "tool_demo.scene";
     const Scene scene = loadSceneFile(file);
     const MarkerFrame frame = SceneRenderer(defaultDescription(), scene).frame(0, 1);
     EXPECT_GE(scene.markersAt(0).size(), 4u);
@@ -411,8 +413,6 @@ TEST(SceneChecks, RejectBadAttachmentsPivotsAndKinds) {
 }
 
 TEST(CalibrationScenes, StayInViewAndMatchTheirFiles) {
-    const std::string scenes =
-        (std::filesystem::path(__FILE__).parent_path() / "../../sim/scenes/").string();
     const struct {
         const char* file;  // the scene file that holds the same scene, if any
         Scene scene;
@@ -427,7 +427,7 @@ TEST(CalibrationScenes, StayInViewAndMatchTheirFiles) {
                  {nullptr, selfCalibrationScene(), 1257, 4}};
     for (const auto& [file, scene, frames, markers] : cases) {
         if (file) {
-            EXPECT_EQ(formatScene(loadSceneFile(scenes + file)), formatScene(scene)) << file;
+            EXPECT_EQ(formatScene(loadSceneFile(kScenes + file)), formatScene(scene)) << file;
         }
         ASSERT_EQ(scene.positionsAt(0).size(), markers);
         const SceneRenderer renderer(defaultDescription(), scene);

@@ -1,6 +1,7 @@
 // The virtual tracker, driven over loopback TCP by a bare host written here,
 // so that what it sends is checked against the wire format itself and not
-// against the library's reading of it. Each test has its own address.
+// against the library's reading of it. Each test has its own address, all
+// on one unprivileged port, so that no test needs root.
 #include "sim/ConfigurationImage.h"
 #include "sim/MarkerScene.h"
 #include "sim/VirtualTracker.h"
@@ -25,8 +26,6 @@ using namespace std::chrono_literals;
 using namespace vyx::sim;
 using Bytes = std::vector<std::uint8_t>;
 
-// An unprivileged port, so that the tests need no root; each test has its
-// own address.
 constexpr std::uint16_t kTestPort = 17700;
 using Clock = std::chrono::steady_clock;
 
@@ -114,6 +113,34 @@ Bytes padded(Bytes b, std::size_t size) {
     return b;
 }
 Bytes text20(const std::string& s) { return padded(Bytes(s.begin(), s.end()), 20); }
+
+// Sends the commands back to back in pieces of `piece` bytes that cut them
+// anywhere; returns the whole stream.
+Bytes sendInPieces(RawHost& host, const std::vector<Bytes>& commands, std::size_t piece) {
+    Bytes stream;
+    for (const Bytes& c : commands) stream.insert(stream.end(), c.begin(), c.end());
+    for (std::size_t from = 0; from < stream.size(); from += piece) {
+        host.request(slice(stream, from, std::min(piece, stream.size() - from)), 0);
+        std::this_thread::sleep_for(5ms);
+    }
+    return stream;
+}
+
+// A fault, a command it concerns and the whole reply that command then gets.
+struct FaultCase {
+    void (*set)(FaultSettings&);
+    Bytes command, reply;
+};
+void expectFaultReplies(Served& s, std::initializer_list<FaultCase> cases) {
+    for (const FaultCase& c : cases) {
+        FaultSettings fault;
+        c.set(fault);
+        s.tracker.setFaults(fault);
+        s.tracker.clearCommands();
+        EXPECT_EQ(s.host->replyWithin(c.command), c.reply) << "command " << int{c.command[0]};
+        EXPECT_EQ(s.tracker.commands().size(), c.command.size()) << "all still logged";
+    }
+}
 
 // CRC-16/MODBUS, bit by bit, over a block's bytes 0-469, stored at 509-510.
 bool blockChecksumOk(const Bytes& d, std::size_t block) {
@@ -278,12 +305,6 @@ TEST(MarkerFrames, BuiltInSceneAdvancesTheCounterPerRequest) {
     EXPECT_EQ(s.tracker.markerRequests(), 257u);
 }
 
-TEST(ImagePattern, FollowsTheDocumentedFormula) {
-    // (31 x 65793 + 17 x 257 + 59 x 1 + 7 x 1 + 85 x 1) mod 256: every factor
-    // odd, so a change to any coefficient shows.
-    EXPECT_EQ(imagePatternByte(ImageCamera::RightGrey, 1, 65793), 199);
-}
-
 // Requests blocks of one camera until the image is complete; returns the
 // block sizes and the image.
 std::pair<std::vector<std::size_t>, Bytes> readImage(RawHost& host, std::uint8_t first,
@@ -307,6 +328,9 @@ TEST(ImageBlocks, BlockSizesAndWhereEachImageStarts) {
     d.geometry.ethernetGreyCount = 4;
     d.greyImageBytes = 10000;
     Served s("127.0.0.204", d);
+    // The pattern's own formula, (31 x 65793 + 17 x 257 + 59 + 7 + 85) mod
+    // 256: every factor odd, so a change to any coefficient shows.
+    EXPECT_EQ(imagePatternByte(ImageCamera::RightGrey, 1, 65793), 199);
 
     // Left and right alternate block by block, as a host reads them.
     Bytes left = s.host->request({0xA4}, 4096);
@@ -367,12 +391,7 @@ TEST(CommandLog, FramesOneTwoAndTenByteCommandsWhateverTheSegmentationAndAnswers
         {0x0D},       padded({0x80, 0xFA, 0x05, 0x64, 10, 20, 20, 19}, 10),
         {0x0C, 0x00},
     };
-    Bytes stream;
-    for (const Bytes& c : sent) stream.insert(stream.end(), c.begin(), c.end());
-    for (std::size_t from = 0; from < stream.size(); from += 7) {  // pieces that cut packets
-        s.host->request(slice(stream, from, std::min<std::size_t>(7, stream.size() - from)), 0);
-        std::this_thread::sleep_for(5ms);
-    }
+    Bytes stream = sendInPieces(*s.host, sent, 7);
     ASSERT_TRUE(s.tracker.waitForCommands(sent.size(), 2000ms));
     EXPECT_EQ(s.tracker.commands(), sent);
     s.tracker.clearCommands();
@@ -430,25 +449,14 @@ TEST(Faults, EachFaultChangesOnlyItsReplyAndTheLinkStaysServed) {
     ASSERT_EQ(config.size(), 1024u);
     Bytes corrupt = frame;
     corrupt.at(4094) = 0xFE;
-    const struct {
-        void (*set)(FaultSettings&);
-        Bytes command, reply;
-    } cases[] = {
+    expectFaultReplies(s, {
         {[](FaultSettings& f) { f.corruptEndMark = true; }, {0x0F}, corrupt},
         {[](FaultSettings& f) { f.shortMarkerFrameBytes = 1000; }, {0x0F}, slice(frame, 0, 1000)},
         {[](FaultSettings& f) { f.omitSecondConfigBlock = true; }, {0x0A}, slice(config, 0, 512)},
         {[](FaultSettings& f) { f.noLongForm = true; }, {0x1A}, {}},
         {[](FaultSettings& f) { f.noModelTextReply = true; }, {0xF8}, {}},
         {[](FaultSettings& f) { f.stopAnswering = true; }, {0x0F, 0x0A, 0xA4, 0x0D}, {}},
-    };
-    for (const auto& c : cases) {
-        FaultSettings fault;
-        c.set(fault);
-        s.tracker.setFaults(fault);
-        s.tracker.clearCommands();
-        EXPECT_EQ(s.host->replyWithin(c.command), c.reply) << "command " << int{c.command[0]};
-        EXPECT_EQ(s.tracker.commands().size(), c.command.size());
-    }
+    });
     for (int spoilt : {1, 2}) {  // in the short and the long form alike
         FaultSettings fault;
         fault.badChecksumBlock1 = spoilt == 1;
@@ -652,11 +660,6 @@ TEST(WifiFraming, StatusFrameReportsTheLastMarkerFramesStatus) {
     EXPECT_EQ(wifiMarkerFrame(*s.host).size(), 16u);
     EXPECT_EQ(at<std::int16_t>(s.host->request({0x0F}, 32), 6), 101);
     EXPECT_EQ(s.tracker.markerRequests(), 2u);
-
-    FaultSettings fault;
-    fault.badWifiStatusFrame = true;
-    s.tracker.setFaults(fault);
-    EXPECT_EQ(slice(s.host->request({0x0F}, 32), 30, 2), (Bytes{0xFE, 0xFE}));
 }
 
 TEST(WifiFraming, CommandsArriveAtTheirOwnLengthAndUncarriedOnesGetNoReply) {
@@ -667,12 +670,7 @@ TEST(WifiFraming, CommandsArriveAtTheirOwnLengthAndUncarriedOnesGetNoReply) {
         {0x0C},     {0x63},                         {0xA0},             {0x80},
         {0xA4},     {0x04},                         {0xA8},             {0x08},
         {0xA1},     {0x01},                         {0xF5},             {0x1A}};
-    Bytes stream;
-    for (const Bytes& c : silent) stream.insert(stream.end(), c.begin(), c.end());
-    for (std::size_t from = 0; from < stream.size(); from += 3) {  // pieces that cut commands
-        s.host->request(slice(stream, from, std::min<std::size_t>(3, stream.size() - from)), 0);
-        std::this_thread::sleep_for(5ms);
-    }
+    sendInPieces(*s.host, silent, 3);
     EXPECT_TRUE(s.host->replyWithin({}).empty());
     ASSERT_TRUE(s.tracker.waitForCommands(silent.size(), 2000ms));
     EXPECT_EQ(s.tracker.commands(), silent);
@@ -683,33 +681,27 @@ TEST(WifiFraming, CommandsArriveAtTheirOwnLengthAndUncarriedOnesGetNoReply) {
     EXPECT_EQ(s.tracker.commands(), (std::vector<Bytes>{{0x23, 0x0F}, {0x0F}}));
 }
 
-TEST(WifiFraming, FaultsOnMarkerFrames) {
+TEST(WifiFraming, EachFaultChangesOnlyItsReply) {
     Served s("127.0.0.224", defaultDescription(), kWiFi);
     MarkerFrame oneLeftPoint;
     oneLeftPoint.left = {{1, 2}};
     s.tracker.setMarkerFrame(oneLeftPoint);
-    const Bytes frame = s.host->replyWithin({0x0E});
+    const Bytes frame = s.host->replyWithin({0x0E}), status = s.host->request({0x0F}, 32);
     ASSERT_EQ(frame.size(), 4u + 8 + 8 + 4);
-    Bytes oversized = frame, corrupt = frame;
+    ASSERT_EQ(status.size(), 32u);
+    Bytes oversized = frame, corrupt = frame, badStatus = status;
     oversized[2] = 0x10;  // 3600
     oversized[3] = 0x0E;
     corrupt[frame.size() - 2] = 0xFE;
-    const struct {
-        void (*set)(FaultSettings&);
-        Bytes command, reply;
-    } cases[] = {
+    badStatus[30] = 0xFE;
+    expectFaultReplies(s, {
         {[](FaultSettings& f) { f.wifiAnnouncedLength = 3600; }, {0x0E}, oversized},
         {[](FaultSettings& f) { f.corruptEndMark = true; }, {0x0E}, corrupt},
         {[](FaultSettings& f) { f.shortMarkerFrameBytes = 10; }, {0x0E}, slice(frame, 0, 10)},
+        {[](FaultSettings& f) { f.badWifiStatusFrame = true; }, {0x0F}, badStatus},
         {[](FaultSettings& f) { f.noModelTextReply = true; }, {0xF8}, {}},
         {[](FaultSettings& f) { f.stopAnswering = true; }, {0x0E, 0x0F, 0x0A, 0xF8}, {}},
-    };
-    for (const auto& c : cases) {
-        FaultSettings fault;
-        c.set(fault);
-        s.tracker.setFaults(fault);
-        EXPECT_EQ(s.host->replyWithin(c.command), c.reply) << "command " << int{c.command[0]};
-    }
+    });
     FaultSettings fault;
     fault.closeAfterMarkerFrames = 1;  // the status frame does not count
     s.tracker.setFaults(fault);
