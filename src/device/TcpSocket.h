@@ -2,16 +2,18 @@
 // quirks, bounded receive time-out, sends that never raise SIGPIPE.
 #pragma once
 
+#include "device/ByteLink.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 namespace vyx::device {
 
-class TcpSocket {
+class TcpSocket final : public ByteLink {
 public:
     TcpSocket() = default;
-    ~TcpSocket();
+    ~TcpSocket() override;
     TcpSocket(const TcpSocket&) = delete;
     TcpSocket& operator=(const TcpSocket&) = delete;
 
@@ -26,18 +28,18 @@ public:
 
     // One send of the whole buffer. Returns the bytes sent or -1. A closed
     // peer yields -1 (EPIPE), never a signal.
-    long send(const std::uint8_t* data, std::size_t size);
+    long send(const std::uint8_t* data, std::size_t size) override;
 
     // One read of at most `size` bytes: > 0 bytes read, 0 peer closed, -1
     // time-out or error.
-    long receive(std::uint8_t* data, std::size_t size);
+    long receive(std::uint8_t* data, std::size_t size) override;
 
     // Wakes a thread blocked in receive() (it returns 0) without releasing
     // the descriptor; safe from any thread.
-    void shutdown();
+    void shutdown() override;
 
     // Releases the descriptor. Not safe while another thread uses it.
-    void close();
+    void close() override;
 
     bool isValid() const { return fd_ >= 0; }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 using namespace vyx::device;
 
@@ -54,17 +55,35 @@ int VyxPosFunc::Zelmor_ETHERNET_Initialize() {
     return ETHReadConfigureData();
 }
 
-int VyxPosFunc::ETHWrite(const std::uint8_t* buffer, int length) {
-    if (!eth_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
-    std::lock_guard<std::mutex> lock(eth_.writeLock);
-    const long sent = ethSocket_.send(buffer, static_cast<std::size_t>(std::max(length, 0)));
+int VyxPosFunc::writeLink(LinkState& state, ByteLink& link, const std::uint8_t* buffer,
+                          int length) {
+    if (!state.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
+    std::lock_guard<std::mutex> lock(state.writeLock);
+    const long sent = link.send(buffer, static_cast<std::size_t>(std::max(length, 0)));
     return sent < 0 ? RV_WRITE_ERROR : RV_SUCCESS;
 }
 
+int VyxPosFunc::readLink(LinkState& state, ByteLink& link, std::uint8_t* buffer, int& length,
+                         int retries) {
+    if (!state.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
+    std::lock_guard<std::mutex> lock(state.readLock);
+    return SockRead(link, state.open, buffer, length, retries);
+}
+
+void VyxPosFunc::drainLink(LinkState& state, ByteLink& link, std::size_t chunk) {
+    std::vector<std::uint8_t> scratch(chunk);
+    for (;;) {
+        int length = static_cast<int>(scratch.size());
+        if (readLink(state, link, scratch.data(), length, 0) != RV_SUCCESS) break;
+    }
+}
+
+int VyxPosFunc::ETHWrite(const std::uint8_t* buffer, int length) {
+    return writeLink(eth_, ethSocket_, buffer, length);
+}
+
 int VyxPosFunc::ETHRead(std::uint8_t* buffer, int& length, int retries) {
-    if (!eth_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
-    std::lock_guard<std::mutex> lock(eth_.readLock);
-    return SockRead(ethSocket_, eth_.open, buffer, length, retries);
+    return readLink(eth_, ethSocket_, buffer, length, retries);
 }
 
 // Reads until `length` bytes have arrived. A failed read (time-out, error or
@@ -73,14 +92,14 @@ int VyxPosFunc::ETHRead(std::uint8_t* buffer, int& length, int retries) {
 // received so far in `length` and result 3. It also gives up at once when
 // the engine is being destroyed or the link re-initialised, so that neither
 // waits for a tracker that stopped answering.
-int VyxPosFunc::SockRead(TcpSocket& socket, const std::atomic<bool>& linkOpen,
+int VyxPosFunc::SockRead(ByteLink& link, const std::atomic<bool>& linkOpen,
                          std::uint8_t* buffer, int& length, int retries) {
     if (length <= 0) return RV_SUCCESS;
     const int wanted = length;
     int received = 0;
     int failures = 0;
     while (received < wanted) {
-        const long n = socket.receive(buffer + received, static_cast<std::size_t>(wanted - received));
+        const long n = link.receive(buffer + received, static_cast<std::size_t>(wanted - received));
         if (n > 0) {
             received += static_cast<int>(n);
             continue;
@@ -95,13 +114,7 @@ int VyxPosFunc::SockRead(TcpSocket& socket, const std::atomic<bool>& linkOpen,
     return RV_SUCCESS;
 }
 
-void VyxPosFunc::ETHCleanData() {
-    std::array<std::uint8_t, kDrainChunkBytes> scratch{};
-    for (;;) {
-        int length = static_cast<int>(scratch.size());
-        if (ETHRead(scratch.data(), length, 0) != RV_SUCCESS) break;
-    }
-}
+void VyxPosFunc::ETHCleanData() { drainLink(eth_, ethSocket_, kDrainChunkBytes); }
 
 void VyxPosFunc::initETHTempResource() {
     const std::size_t greyBytes = geometry_.greyImageBytes;

@@ -114,7 +114,17 @@ public:
     // Ethernet link internals (receiver thread and API calls).
     int ETHWrite(const std::uint8_t* buffer, int length);
     int ETHRead(std::uint8_t* buffer, int& length, int retries);
-    int SockRead(vyx::device::TcpSocket& socket, const std::atomic<bool>& linkOpen,
+    // The byte moving that every link shares, over its ByteLink: a write
+    // under the link's write lock (2 when it is not open, 4 when the write
+    // fails), a read of a whole length under its read lock (2, or 3 as
+    // SockRead gives up), and the drain of stale input in `chunk`-byte reads
+    // until one fails.
+    int writeLink(LinkState& state, vyx::device::ByteLink& link, const std::uint8_t* buffer,
+                  int length);
+    int readLink(LinkState& state, vyx::device::ByteLink& link, std::uint8_t* buffer, int& length,
+                 int retries);
+    void drainLink(LinkState& state, vyx::device::ByteLink& link, std::size_t chunk);
+    int SockRead(vyx::device::ByteLink& link, const std::atomic<bool>& linkOpen,
                  std::uint8_t* buffer, int& length, int retries);
     void ETHCleanData();
     void initETHTempResource();

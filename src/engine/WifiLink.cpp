@@ -47,25 +47,14 @@ int VyxPosFunc::Zelmor_WIFI_Initialize() {
 }
 
 int VyxPosFunc::WIFIWrite(const std::uint8_t* buffer, int length) {
-    if (!wifi_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
-    std::lock_guard<std::mutex> lock(wifi_.writeLock);
-    const long sent = wifiSocket_.send(buffer, static_cast<std::size_t>(std::max(length, 0)));
-    return sent < 0 ? RV_WRITE_ERROR : RV_SUCCESS;
+    return writeLink(wifi_, wifiSocket_, buffer, length);
 }
 
 int VyxPosFunc::WIFIRead(std::uint8_t* buffer, int& length, int retries) {
-    if (!wifi_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
-    std::lock_guard<std::mutex> lock(wifi_.readLock);
-    return SockRead(wifiSocket_, wifi_.open, buffer, length, retries);
+    return readLink(wifi_, wifiSocket_, buffer, length, retries);
 }
 
-void VyxPosFunc::WIFICleanData(std::size_t chunk) {
-    std::vector<std::uint8_t> scratch(chunk);
-    for (;;) {
-        int length = static_cast<int>(scratch.size());
-        if (WIFIRead(scratch.data(), length, 0) != RV_SUCCESS) break;
-    }
-}
+void VyxPosFunc::WIFICleanData(std::size_t chunk) { drainLink(wifi_, wifiSocket_, chunk); }
 
 int VyxPosFunc::WIFIReadConfigureData() {
     wifi_.configValid.store(false, std::memory_order_relaxed);
