@@ -61,7 +61,6 @@ int ToolMaking::proceed(const T_MarkerInfo& frame, t_ToolMadeProInfo& info,
         tool->tipPairCount = 1;
         tool->tipPoints.assign(6, 0.0f);
         CalculateDisWithPointsArr(*tool, false);
-        DestroyToolMadeInfo(selfCalibration);
         tool_ = std::move(tool);
         selfCalibration.select(tool_.get());
 

@@ -28,29 +28,28 @@ bool readsImageBlocksWithRetries(std::uint32_t modelIndex) {
 
 }  // namespace
 
-int VyxPosFunc::Zelmor_ETHERNET_Initialize() {
-    const bool wasOpen = eth_.open.load(std::memory_order_acquire);
-    eth_.open.store(false, std::memory_order_release);
-    eth_.configValid.store(false, std::memory_order_relaxed);
+int VyxPosFunc::reopenTcpLink(LinkState& state, TcpSocket& socket,
+                              const std::array<unsigned char, 4>& ip, std::uint16_t port) {
+    const bool wasOpen = state.open.load(std::memory_order_acquire);
+    state.open.store(false, std::memory_order_release);
+    state.configValid.store(false, std::memory_order_relaxed);
     // Give the receiver thread time to notice and leave its cycle.
     sleepWhileRunning(std::chrono::milliseconds(100));
-    {
-        // The receiver holds the data lock for a whole cycle, so once we hold
-        // it the socket is idle.
-        std::lock_guard<std::mutex> data(eth_.dataLock);
-        eth_.acquireMask.store(0, std::memory_order_relaxed);
-        if (wasOpen) ethSocket_.close();
-    }
+    const std::string address = std::to_string(ip[0]) + "." + std::to_string(ip[1]) + "." +
+                                std::to_string(ip[2]) + "." + std::to_string(ip[3]);
+    // The receiver holds the data lock for a whole cycle, so once we hold it
+    // the socket is idle.
+    std::lock_guard<std::mutex> data(state.dataLock);
+    state.acquireMask.store(0, std::memory_order_relaxed);
+    if (wasOpen) socket.close();
+    if (!socket.connect(address, port, kReceiveTimeoutMs)) return RV_FAILED;
+    state.open.store(true, std::memory_order_release);
+    return RV_SUCCESS;
+}
 
-    const std::string address = std::to_string(ethernetConnectIP_[0]) + "." +
-                                std::to_string(ethernetConnectIP_[1]) + "." +
-                                std::to_string(ethernetConnectIP_[2]) + "." +
-                                std::to_string(ethernetConnectIP_[3]);
-    {
-        std::lock_guard<std::mutex> data(eth_.dataLock);
-        if (!ethSocket_.connect(address, ethernetConnectPort_, kReceiveTimeoutMs)) return RV_FAILED;
-    }
-    eth_.open.store(true, std::memory_order_release);
+int VyxPosFunc::Zelmor_ETHERNET_Initialize() {
+    const int rc = reopenTcpLink(eth_, ethSocket_, ethernetConnectIP_, ethernetConnectPort_);
+    if (rc != RV_SUCCESS) return rc;
     ETHCleanData();
     return ETHReadConfigureData();
 }

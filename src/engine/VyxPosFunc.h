@@ -124,6 +124,11 @@ public:
     int readLink(LinkState& state, vyx::device::ByteLink& link, std::uint8_t* buffer, int& length,
                  int retries);
     void drainLink(LinkState& state, vyx::device::ByteLink& link, std::size_t chunk);
+    // (Re)opens a TCP link: closes it (acquisition stopped, the receiver
+    // idle), connects to ip:port and marks it open. -1 when no socket can be
+    // made.
+    int reopenTcpLink(LinkState& state, vyx::device::TcpSocket& socket,
+                      const std::array<unsigned char, 4>& ip, std::uint16_t port);
     int SockRead(vyx::device::ByteLink& link, const std::atomic<bool>& linkOpen,
                  std::uint8_t* buffer, int& length, int retries);
     void ETHCleanData();

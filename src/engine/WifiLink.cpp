@@ -7,13 +7,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 
 using namespace vyx::device;
 
 namespace {
 
-constexpr int kReceiveTimeoutMs = 500;
 constexpr int kFrameReadRetries = 3;
 // Marker frames per status frame in one acquisition cycle, and the attempts
 // at each frame.
@@ -25,23 +23,8 @@ constexpr auto kTriggeredRetryPause = std::chrono::milliseconds(5);
 }  // namespace
 
 int VyxPosFunc::Zelmor_WIFI_Initialize() {
-    const bool wasOpen = wifi_.open.load(std::memory_order_acquire);
-    wifi_.open.store(false, std::memory_order_release);
-    wifi_.configValid.store(false, std::memory_order_relaxed);
-    sleepWhileRunning(std::chrono::milliseconds(100));
-    {
-        std::lock_guard<std::mutex> data(wifi_.dataLock);
-        wifi_.acquireMask.store(0, std::memory_order_relaxed);
-        if (wasOpen) wifiSocket_.close();
-    }
-    const std::string address =
-        std::to_string(wifiConnectIP_[0]) + "." + std::to_string(wifiConnectIP_[1]) + "." +
-        std::to_string(wifiConnectIP_[2]) + "." + std::to_string(wifiConnectIP_[3]);
-    {
-        std::lock_guard<std::mutex> data(wifi_.dataLock);
-        if (!wifiSocket_.connect(address, wifiConnectPort_, kReceiveTimeoutMs)) return RV_FAILED;
-    }
-    wifi_.open.store(true, std::memory_order_release);
+    const int rc = reopenTcpLink(wifi_, wifiSocket_, wifiConnectIP_, wifiConnectPort_);
+    if (rc != RV_SUCCESS) return rc;
     WIFICleanData(kWifiMarkerFrameMaxBytes);
     return WIFIReadConfigureData();
 }

@@ -15,6 +15,7 @@ int ReferenceTool::set(const ToolLibrary& library, const char* name) {
     auto copy = std::make_unique<T_ToolPtMatchInfo>(*chosen);
     copy->distanceTable = chosen->distanceTable.clone();
     copy->pairs.clear();
+    names_ = {copy->toolName};
     copy_.clear();
     copy_.push_back(std::move(copy));
     return 0;
@@ -30,8 +31,7 @@ int ReferenceTool::transform(const T_MarkerInfo& frame, cv::Matx44d& pose, int m
     pose = cv::Matx44d::eye();
     if (!isSet()) return -1;
     T_VyxToolDataResult found{};
-    const std::vector<std::string> names{copy_.front()->toolName};
-    findNamedTools(copy_, frame, names, &found, minMatch, settings, chain_);
+    findNamedTools(copy_, frame, names_, &found, minMatch, settings, chain_);
     if (found.ValidFlag != 1) return -1;
     for (int i = 0; i < 3; ++i) {
         for (int j = 0; j < 3; ++j) pose(i, j) = found.RotationMatrix[i][j];

@@ -16,6 +16,8 @@
 
 #include <list>
 #include <memory>
+#include <string>
+#include <vector>
 
 class ReferenceTool {
 public:
@@ -37,6 +39,8 @@ public:
 private:
     // One record, so that the ordinary named-tool search can run on it.
     std::list<std::unique_ptr<T_ToolPtMatchInfo>> copy_;
+    // Its name, as the search takes it, kept so that frames allocate nothing.
+    std::vector<std::string> names_;
     ResultChain chain_;
 };
 
