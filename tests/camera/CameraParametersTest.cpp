@@ -182,8 +182,6 @@ TEST(CameraTemperatureTable, EntriesAreReadInDeviceOrderUpToTheCount) {
     CameraParameterBlock block;
     ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
     ASSERT_EQ(block.multi.size(), 3u);
-    ASSERT_EQ(block.multi.left.size(), 3u);
-    ASSERT_EQ(block.multi.right.size(), 3u);
     EXPECT_EQ(block.multi.temperatures, (std::vector<double>{45.25, 20.5, 31.0}));
     EXPECT_EQ(block.multi.depthFactors, (std::vector<double>{1.005, 0.995, 1.0}));
     const Camera* expected[][2] = {{&kSet2Left, &kSet2Right}, {&kSet1Left, &kSet1Right},

@@ -17,10 +17,6 @@ namespace {
 // Centres as the device sends them: 32-bit (u, v), centre i showing point i.
 struct Centres {
     std::vector<float> left, right;
-    void add(const float l[2], const float r[2]) {
-        left.insert(left.end(), l, l + 2);
-        right.insert(right.end(), r, r + 2);
-    }
     int count() const { return static_cast<int>(left.size() / 2); }
 };
 
@@ -29,8 +25,8 @@ Centres centresOf(const StereoWorkingModel& rig, const std::vector<cv::Vec3d>& p
     for (const cv::Vec3d& p : points) {
         double l[2], r[2];
         EXPECT_TRUE(projectToImages(p.val, rig, l, r)) << p;
-        const float lf[2] = {float(l[0]), float(l[1])}, rf[2] = {float(r[0]), float(r[1])};
-        centres.add(lf, rf);
+        centres.left.insert(centres.left.end(), {float(l[0]), float(l[1])});
+        centres.right.insert(centres.right.end(), {float(r[0]), float(r[1])});
     }
     return centres;
 }
@@ -131,11 +127,7 @@ TEST_F(ReconstructionOnRig, OnlyTheFirst200CentresOfEachCameraTakePart) {
         scene[200 + i][1] = -330.0 - 8.0 * i;
     }
     Centres c = centresOf(rig, scene);
-    const std::vector<float> right = c.right;
-    for (int i = 0; i < 205; ++i) {
-        c.right[2 * i] = right[2 * (204 - i)];
-        c.right[2 * i + 1] = right[2 * (204 - i) + 1];
-    }
+    c.right = centresOf(rig, {scene.rbegin(), scene.rend()}).right;
     reconstruct(c);
     expectMarkersAt(out, std::vector<cv::Vec3d>(scene.begin() + 5, scene.begin() + 200), 1e-3);
 }

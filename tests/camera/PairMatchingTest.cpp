@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <vector>
 
 namespace {
@@ -121,7 +122,6 @@ TEST_F(PairMatchingOnRig, ASinglePairIsAcceptedOnlyNearTheEpipolarLine) {
     cv::Mat far = images.right.clone();
     far.at<double>(0, 1) += 20.0;
     EXPECT_EQ(match(images.left, far), 0);
-    EXPECT_EQ(count, 0);
 }
 
 TEST_F(PairMatchingOnRig, MarkersSeenByOneCameraOnlyArePrunedWithoutDisturbingTheOthers) {
@@ -153,17 +153,15 @@ TEST_F(PairMatchingOnRig, ARowOfMarkersSharingOneEpipolarLinePairsInOrder) {
         std::vector<cv::Vec3d> row;
         for (int i = 0; i < n; ++i) row.push_back({-500.0 + 900.0 * i / n, 40.0, 2000.0});
         StereoImages images = imagesOf(rig, row);
-        images.left.convertTo(images.left, CV_32F);
-        images.left.convertTo(images.left, CV_64F);
-        images.right.convertTo(images.right, CV_32F);
-        images.right.convertTo(images.right, CV_64F);
+        for (cv::Mat* m : {&images.left, &images.right})
+            cv::Mat(cv::Mat_<float>(*m)).convertTo(*m, CV_64F);  // 32-bit centres
         ASSERT_TRUE(admissible(images.left, 0, images.right, n - 1));
         cv::Mat reversed;
         cv::flip(images.right, reversed, 0);
 
         ASSERT_EQ(match(images.left, reversed), 1);
         std::vector<int> inOrder(static_cast<std::size_t>(n));
-        for (int i = 0; i < n; ++i) inOrder[static_cast<std::size_t>(i)] = i;
+        std::iota(inOrder.begin(), inOrder.end(), 0);
         EXPECT_EQ(pairedRows(images), inOrder) << n << " markers";
     }
 }

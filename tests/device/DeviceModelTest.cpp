@@ -110,10 +110,8 @@ TEST(ManufactureSection, RecordFieldsWithTheModelTextClampedTo20AndZeroFilled) {
     m.putU16(418, 11 | (30u << 8));  // month 11, day 30
     m.putModel("ZR-C857-ABCDEFGHIJKL", 25);
     m.decode();
-    EXPECT_EQ(m.record.year, 2023);
-    EXPECT_EQ(m.record.month, 11);
-    EXPECT_EQ(m.record.day, 30);
-    EXPECT_EQ(m.record.modelLength, 20);
+    EXPECT_EQ((std::vector<int>{m.record.year, m.record.month, m.record.day, m.record.modelLength}),
+              (std::vector<int>{2023, 11, 30, 20}));
     EXPECT_EQ(std::string(m.record.model, 20), "ZR-C857-ABCDEFGHIJKL");
     EXPECT_EQ(m.modelIndex, 9u);
     EXPECT_EQ(m.depthLimit, 30000);
@@ -201,10 +199,9 @@ TEST(ManufactureSection, GeometryAndAddressByModelGroup) {
         if (&c == &cases[0]) firstBands = m.bands;
     }
     // 5 % and 10 % in from the borders of the first case's 1920 x 1080 image.
-    EXPECT_EQ(firstBands.nearLowX, 96.0f);
-    EXPECT_EQ(firstBands.nearHighX, 1823.0f);
-    EXPECT_EQ(firstBands.farLowY, 108.0f);
-    EXPECT_EQ(firstBands.farHighY, 971.0f);
+    EXPECT_EQ((std::vector<float>{firstBands.nearLowX, firstBands.nearHighX, firstBands.farLowY,
+                                  firstBands.farHighY}),
+              (std::vector<float>{96, 1823, 108, 971}));
 }
 
 std::string mac(const std::string& model, std::uint32_t index) {

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -110,14 +109,11 @@ TEST_F(FrameDelivery, TriggeredCallsSendTheirRequestsAndGiveUpOnARepeatedId) {
 TEST_F(FrameDelivery, TriggeredGreyImagesAreTheServedOnes) {
     ASSERT_NO_FATAL_FAILURE(connectTo(64));
     const std::size_t bytes = 1280u * 720u;
-    std::vector<char> left(bytes), right(bytes);
-    ASSERT_EQ(Vyx_GetGreyImageFromHardware(handle, kEth, left.data(), right.data()), RV_SUCCESS);
+    std::vector<std::uint8_t> left(bytes), right(bytes);
+    ASSERT_EQ(Vyx_GetGreyImageFromHardware(handle, kEth, reinterpret_cast<char*>(left.data()),
+                                           reinterpret_cast<char*>(right.data())),
+              RV_SUCCESS);
     // The first images the tracker served.
-    const auto same = [](const std::vector<char>& got, vyx::sim::ImageCamera camera) {
-        const auto served = vyx::sim::expectedImage(camera, 0, got.size());
-        return std::equal(got.begin(), got.end(), served.begin(), served.end(),
-                          [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
-    };
-    EXPECT_TRUE(same(left, vyx::sim::ImageCamera::LeftGrey));
-    EXPECT_TRUE(same(right, vyx::sim::ImageCamera::RightGrey));
+    EXPECT_EQ(left, vyx::sim::expectedImage(vyx::sim::ImageCamera::LeftGrey, 0, bytes));
+    EXPECT_EQ(right, vyx::sim::expectedImage(vyx::sim::ImageCamera::RightGrey, 0, bytes));
 }

@@ -57,9 +57,8 @@ Points transform(const Pose& pose, const Points& points, std::mt19937* rng = nul
 double maxResidual(const cv::Mat& R, const cv::Mat& T, const Points& first, const Points& second) {
     const Points mapped = transform({cv::Matx33f(R), cv::Vec3f(T)}, first);
     double worst = 0;
-    for (size_t k = 0; k < first.size(); ++k) {
+    for (size_t k = 0; k < first.size(); ++k)
         worst = std::max(worst, cv::norm(mapped[k] - second[k]));
-    }
     return worst;
 }
 
@@ -72,13 +71,18 @@ void expectProperRotation(const cv::Mat& R) {
 
 }  // namespace
 
-TEST(RigidFit, ThreePointsInGeneralPositionAreFittedExactly) {
+TEST(RigidFit, FitsThreePointsExactlyAndRefusesFewerOrNullArraysLeavingOutputsAlone) {
     std::mt19937 rng(11);
+    const Points points{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
     for (const auto& [name, fit] : kFits) {
+        cv::Mat R = cv::Mat::zeros(3, 3, CV_32F), T = cv::Mat::zeros(3, 1, CV_32F);
+        EXPECT_FALSE(fit(points.data(), points.data(), 2, R, T)) << name;
+        EXPECT_FALSE(fit(nullptr, points.data(), 3, R, T)) << name;
+        EXPECT_FALSE(fit(points.data(), nullptr, 3, R, T)) << name;
+        EXPECT_EQ(cv::countNonZero(R) + cv::countNonZero(T), 0) << name;
         for (int trial = 0; trial < 20; ++trial) {
             const Pose truth = randomPose(rng);
             const Points tool = randomPoints(rng, 3), seen = transform(truth, tool);
-            cv::Mat R, T;
             ASSERT_TRUE(fit(tool.data(), seen.data(), 3, R, T)) << name;
             expectProperRotation(R);
             ASSERT_EQ(T.size(), cv::Size(1, 3));
@@ -124,17 +128,6 @@ TEST(RigidFit, NoisyDataGivesTheInverseWhenSwappedAndTheSamePoseInBothPrecisions
         EXPECT_LT(cv::norm(Tback, cv::Mat(-Rf.t() * Tf)), kTranslationToleranceMm);
         // 0.2 mm of noise on a 100 mm tool leaves the rotation within a few milliradians.
         EXPECT_LT(cv::norm(cv::Matx33d(cv::Matx33f(Rd)) - truth.R), 1e-2);
-    }
-}
-
-TEST(RigidFit, RefusesFewerThanThreePointsOrNullArraysAndLeavesOutputsAlone) {
-    const Points points{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
-    for (const auto& [name, fit] : kFits) {
-        cv::Mat R = cv::Mat::zeros(3, 3, CV_32F), T = cv::Mat::zeros(3, 1, CV_32F);
-        EXPECT_FALSE(fit(points.data(), points.data(), 2, R, T)) << name;
-        EXPECT_FALSE(fit(nullptr, points.data(), 3, R, T)) << name;
-        EXPECT_FALSE(fit(points.data(), nullptr, 3, R, T)) << name;
-        EXPECT_EQ(cv::countNonZero(R) + cv::countNonZero(T), 0) << name;
     }
 }
 

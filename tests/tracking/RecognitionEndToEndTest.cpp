@@ -8,24 +8,18 @@
 // near 1.5 m, so the pose is good to a few micrometres; 0.01 mm and 1e-4 rad
 // leave room for that and still catch a wrong marker, a wrong direction of
 // the pose or a misplaced tip by orders of magnitude.
-#include "VyxPositionAPI.h"
-#include "sim/DeviceDescription.h"
-#include "sim/Scene.h"
 #include "sim/SceneFile.h"
-#include "sim/SceneTools.h"
-#include "sim/VirtualTracker.h"
 #include "support/SceneSession.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace vyx::sim;
@@ -90,11 +84,6 @@ std::vector<T_VyxToolDataResult> validResults(const T_VyxToolDataResult& first) 
     return valid;
 }
 
-std::vector<std::string> validNames(const T_VyxToolDataResult& first) {
-    std::vector<std::string> names;
-    for (const T_VyxToolDataResult& r : validResults(first)) names.emplace_back(r.ToolName);
-    return names;
-}
 
 // The demo scene without its strays, so that every frame holds exactly the
 // scene's markers.
@@ -127,11 +116,7 @@ protected:
 
 TEST(TrackingDemoScene, ToolsDifferInEveryDistanceAndMatchTheSceneFile) {
     const Scene scene = trackingDemoScene();
-    struct Distance {
-        double mm;
-        std::size_t body;
-    };
-    std::vector<Distance> all;
+    std::vector<std::pair<double, std::size_t>> all;  // distance, body
     for (std::size_t b = 0; b < scene.bodies.size(); ++b) {
         const std::vector<Point3> local = toolMarkers(scene.bodies[b]);
         ASSERT_GE(local.size(), 4u);
@@ -140,32 +125,14 @@ TEST(TrackingDemoScene, ToolsDifferInEveryDistanceAndMatchTheSceneFile) {
             for (std::size_t j = i + 1; j < local.size(); ++j)
                 all.push_back({distance(local[i], local[j]), b});
     }
-    std::sort(all.begin(), all.end(),
-              [](const Distance& x, const Distance& y) { return x.mm < y.mm; });
+    std::sort(all.begin(), all.end());
     for (std::size_t k = 1; k < all.size(); ++k)
-        EXPECT_GT(all[k].mm - all[k - 1].mm, all[k].body == all[k - 1].body ? 4.0 : 4.5)
-            << all[k - 1].mm << " and " << all[k].mm << " mm";
+        EXPECT_GT(all[k].first - all[k - 1].first, all[k].second == all[k - 1].second ? 4.0 : 4.5)
+            << all[k - 1].first << " and " << all[k].first << " mm";
 
     const std::filesystem::path file =
         std::filesystem::path(__FILE__).parent_path() / "../../sim/scenes/tracking_demo.scene";
     EXPECT_EQ(formatScene(loadSceneFile(file.string())), formatScene(scene));
-}
-
-TEST_F(RecognitionEndToEnd, ToolsInViewAreFoundAtTheirTruePoses) {
-    // Two frames a second: the handpiece turns by 0.25 rad and the pointer
-    // slides by tens of millimetres from one frame to the next.
-    Scene demo = demoWithoutStrays();
-    demo.frameRateHz = 2.0;
-    ASSERT_NO_FATAL_FAILURE(serve(150, demo));
-    for (int frame = 0; frame < 4; ++frame) {
-        ASSERT_TRUE(nextFrame());
-        ASSERT_EQ(markers.MarkerNumber, sceneMarkerCount());
-        T_VyxToolDataResult results{};
-        ASSERT_EQ(Vyx_FindToolInfo(handle, &markers, &results, 0), RV_SUCCESS);
-        const auto valid = validResults(results);
-        ASSERT_EQ(valid.size(), scene.bodies.size());
-        for (const T_VyxToolDataResult& r : valid) expectTruePose(r, markers, scene);
-    }
 }
 
 TEST_F(RecognitionEndToEnd, TipErrorUnderPixelNoiseStaysNearOneMillimetre) {
@@ -180,7 +147,6 @@ TEST_F(RecognitionEndToEnd, TipErrorUnderPixelNoiseStaysNearOneMillimetre) {
     ASSERT_NO_FATAL_FAILURE(serve(151, noisy));
     constexpr int kFrames = 20;
     double squares = 0.0;
-    double largest = 0.0;
     int found = 0;
     for (int frame = 0; frame < kFrames; ++frame) {
         ASSERT_TRUE(nextFrame());
@@ -192,45 +158,27 @@ TEST_F(RecognitionEndToEnd, TipErrorUnderPixelNoiseStaysNearOneMillimetre) {
             const double error =
                 distance(point(r.TipCoordinate), toMeasurement(truth, scene.bodies[b].tip));
             squares += error * error;
-            largest = std::max(largest, error);
             ++found;
         }
     }
     ASSERT_EQ(found, kFrames * static_cast<int>(scene.bodies.size()));
     const double rms = std::sqrt(squares / found);
-    std::printf("RMS tip error with 0.1 px noise: %.3f mm over %d tool poses (largest %.3f mm)\n",
-                rms, found, largest);
+    std::printf("RMS tip error with 0.1 px noise: %.3f mm over %d tool poses\n", rms, found);
     EXPECT_GT(rms, 0.1);
     EXPECT_LT(rms, 2.0);
 }
 
-TEST_F(RecognitionEndToEnd, NamedToolsComeBackInTheOrderOfTheNames) {
-    ASSERT_NO_FATAL_FAILURE(serve(152, demoWithoutStrays()));
-    ASSERT_TRUE(nextFrame());
-    // The unknown name is skipped without a record, and the handpiece, not
-    // asked for, is not reported.
-    const std::vector<std::string> names{"pointer", "no_such_tool", "reference"};
-    T_VyxToolDataResult results{};
-    ASSERT_EQ(Vyx_FindSpecificToolInfo(handle, &markers, names, &results, 0), RV_SUCCESS);
-    EXPECT_EQ(validNames(results), (std::vector<std::string>{"pointer", "reference"}));
-    ASSERT_EQ(results.ValidFlag, 1);
-    ASSERT_NE(results.next, nullptr);
-    expectTruePose(results, markers, scene);
-    expectTruePose(*results.next, markers, scene);
-
-    const std::vector<std::string> reversed{"reference", "pointer"};
-    ASSERT_EQ(Vyx_FindSpecificToolInfo(handle, &markers, reversed, &results, 0), RV_SUCCESS);
-    EXPECT_EQ(validNames(results), reversed);
-}
-
-TEST_F(RecognitionEndToEnd, StrayCentresLeaveToolsAndTheSingleToolSearchAlone) {
+TEST_F(RecognitionEndToEnd, ToolsAreFoundAtTheirTruePosesAmongStrayCentres) {
     // Far more strays than the demo's two per camera, so that some pair up
     // into 3D points. Now and then a stray also takes a tool marker's partner
     // in the other image and that marker is not reconstructed; such a tool is
     // left to the hidden-marker cases below, and every tool whose markers are
     // all in the frame must be found as without strays.
+    // Two frames a second: the handpiece turns by 0.25 rad and the pointer
+    // slides by tens of millimetres from one frame to the next.
     Scene demo = trackingDemoScene();
     demo.strayCentresPerCamera = 25;
+    demo.frameRateHz = 2.0;
     ASSERT_NO_FATAL_FAILURE(serve(153, demo));
     constexpr int kFrames = 10;
     std::size_t strayPoints = 0;
@@ -254,11 +202,6 @@ TEST_F(RecognitionEndToEnd, StrayCentresLeaveToolsAndTheSingleToolSearchAlone) {
             ASSERT_EQ(Vyx_FindSingleToolInfo(handle, &markers, name.c_str(), &single, 0),
                       RV_SUCCESS);
             expectTruePose(single, markers, scene);
-            EXPECT_LT(distance(point(single.Translation), point(r->Translation)), 1e-3);
-            EXPECT_LT(distance(point(single.TipCoordinate), point(r->TipCoordinate)), 1e-3);
-            EXPECT_TRUE(std::equal(r->MatchedMarkerIndex,
-                                   r->MatchedMarkerIndex + r->MatchedMarkerCount,
-                                   single.MatchedMarkerIndex));
         }
     }
     std::printf("%zu stray 3D points in %d frames; %d of %d tools with all markers in the frame\n",
@@ -324,9 +267,12 @@ TEST_P(HiddenMarker, FoundAccordingToTheMatchingThresholds) {
         ASSERT_EQ(Vyx_FindSpecificToolInfo(handle, &markers, request.names, &results,
                                            request.minMatch),
                   RV_SUCCESS);
-        EXPECT_EQ(validNames(results), request.found);
-        for (const T_VyxToolDataResult& r : validResults(results))
+        std::vector<std::string> names;
+        for (const T_VyxToolDataResult& r : validResults(results)) {
+            names.emplace_back(r.ToolName);
             expectTruePose(r, markers, scene);
+        }
+        EXPECT_EQ(names, request.found);
     }
 }
 
@@ -351,18 +297,3 @@ INSTANTIATE_TEST_SUITE_P(
                           {{"pointer", "handpiece", "reference"}, 3,
                            {"pointer", "handpiece", "reference"}}}}),
     [](const ::testing::TestParamInfo<HiddenMarkerCase>& c) { return std::string(c.param.name); });
-
-TEST(ToolFindOffset, ValuesOutsideTheAcceptedRangeLeaveTheOldOne) {
-    VyxHandle handle = nullptr;
-    ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
-    float offset = 0.0f;
-    EXPECT_EQ(Vyx_SetToolFindOffset(handle, 0.29f), RV_FAILED);
-    EXPECT_EQ(Vyx_SetToolFindOffset(handle, 3.01f), RV_FAILED);
-    ASSERT_EQ(Vyx_GetToolFindOffset(handle, &offset), RV_SUCCESS);
-    EXPECT_EQ(offset, 1.5f);
-    EXPECT_EQ(Vyx_SetToolFindOffset(handle, 3.0f), RV_SUCCESS);
-    EXPECT_EQ(Vyx_SetToolFindOffset(handle, 3.01f), RV_FAILED);
-    ASSERT_EQ(Vyx_GetToolFindOffset(handle, &offset), RV_SUCCESS);
-    EXPECT_EQ(offset, 3.0f);
-    Vyx_API_Close(&handle);
-}

@@ -63,8 +63,8 @@ struct Scene {
     std::vector<int> order;  // frame index of each scene point, after build()
 
     // Places a tool's markers except `hidden`, with Gaussian noise.
-    void place(const std::vector<cv::Vec3f>& markers, const Pose& pose, std::mt19937& rng,
-               double noiseMm = 0, int hidden = -1) {
+    Scene& place(const std::vector<cv::Vec3f>& markers, const Pose& pose, std::mt19937& rng,
+                 double noiseMm = 0, int hidden = -1) {
         std::normal_distribution<double> noise(0, noiseMm > 0 ? noiseMm : 1);
         for (int k = 0; k < int(markers.size()); ++k) {
             if (k == hidden) continue;
@@ -72,12 +72,14 @@ struct Scene {
             if (noiseMm > 0) p += cv::Vec3d(noise(rng), noise(rng), noise(rng));
             points.push_back(p);
         }
+        return *this;
     }
     // Strays at x >= 900, at least 150 mm from tools placed with xOffset <= 500:
     // no distance from a tool marker to a stray matches a tool distance.
-    void addStrays(int count, std::mt19937& rng) {
+    Scene& addStrays(int count, std::mt19937& rng) {
         std::uniform_real_distribution<double> x(900, 1200), yz(-300, 300);
         for (int k = 0; k < count; ++k) points.push_back({x(rng), yz(rng), -1200 + yz(rng)});
+        return *this;
     }
     T_MarkerInfo build(std::mt19937& rng) {
         T_MarkerInfo frame{};
@@ -120,6 +122,10 @@ struct Search {
     ResultChain chain;
     RecognitionSettings settings;
     T_VyxToolDataResult first{};
+    struct Tool { std::string name; std::vector<cv::Vec3f> markers; char kind = 'T'; };
+    Search(std::initializer_list<Tool> library = {}) {
+        for (const Tool& t : library) tools.push_back(makeTool(t.name, t.markers, t.kind));
+    }
     int run(const T_MarkerInfo& frame, const std::vector<std::string>& names, int minMatch = 0) {
         return findNamedTools(tools, frame, names, &first, minMatch, settings, chain);
     }
@@ -129,15 +135,12 @@ struct Search {
 
 TEST(ToolRecognition, RecoversPoseTipsAndMarkerIndicesOfToolsAmongStrayMarkers) {
     std::mt19937 rng(21);
-    Search search;
-    search.tools.push_back(makeTool("probe", kProbe));
-    search.tools.push_back(makeTool("calibrator", kCalibrator, 'C'));
+    Search search{{"probe", kProbe}, {"calibrator", kCalibrator, 'C'}};
     for (int trial = 0; trial < 30; ++trial) {
         const Pose poses[] = {randomPose(rng, 500), randomPose(rng)};
         Scene scene;
         scene.place(kCalibrator, poses[0], rng);
-        scene.place(kProbe, poses[1], rng);
-        scene.addStrays(20, rng);
+        scene.place(kProbe, poses[1], rng).addStrays(20, rng);
         const T_MarkerInfo frame = scene.build(rng);
 
         ASSERT_EQ(search.run(frame, {"calibrator", "probe"}), 0);
@@ -175,15 +178,13 @@ TEST(ToolRecognition, RecoversPoseTipsAndMarkerIndicesOfToolsAmongStrayMarkers) 
 
 TEST(ToolRecognition, NoisyMarkersGiveATipErrorOfTheOrderOfTheNoise) {
     std::mt19937 rng(23);
-    Search search;
-    search.tools.push_back(makeTool("probe", kProbe));
+    Search search{{"probe", kProbe}};
     constexpr int kTrials = 500;
     double squares = 0;
     for (int trial = 0; trial < kTrials; ++trial) {
         const Pose pose = randomPose(rng);
         Scene scene;
-        scene.place(kProbe, pose, rng, 0.1);
-        scene.addStrays(10, rng);
+        scene.place(kProbe, pose, rng, 0.1).addStrays(10, rng);
         search.run(scene.build(rng), {"probe"});
         ASSERT_EQ(search.first.ValidFlag, 1) << "trial " << trial;
         squares += std::pow(distance(search.first.TipCoordinate, pose.apply(kTip)), 2);
@@ -196,44 +197,30 @@ TEST(ToolRecognition, NoisyMarkersGiveATipErrorOfTheOrderOfTheNoise) {
     EXPECT_LT(rms, 0.6);
 }
 
-// A four-marker tool with one marker hidden shows three points. Alone, the
-// first sweep (threshold 2) finds them; among other markers it demands four
-// pairs and fails, and only minMatch 1 or 2 (refused by the exported calls)
-// goes on down to threshold 2.
-TEST(ToolRecognition, HiddenMarkerIsFoundAloneButNotAmongOtherMarkers) {
+// A four-marker tool with one marker hidden shows three points. Among other
+// markers the first sweep (threshold 3) demands four pairs and fails; only
+// minMatch 2 (refused by the exported calls, whose thresholds the end-to-end
+// hidden-marker cases check) goes on down to threshold 2 and finds it.
+TEST(ToolRecognition, HiddenMarkerAmongOtherMarkersIsFoundWithMinMatchTwo) {
     std::mt19937 rng(24);
-    const struct {
-        int strays, minMatch;
-        bool found;
-    } cases[] = {{0, 0, true}, {0, 3, true}, {12, 0, false}, {12, 3, false}, {12, 2, true}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.strays << " strays, minMatch " << c.minMatch);
-        Search search;
-        search.tools.push_back(makeTool("probe", kProbe));
-        const Pose pose = randomPose(rng);
-        Scene scene;
-        scene.place(kProbe, pose, rng, 0, 2);
-        scene.addStrays(c.strays, rng);
-        search.run(scene.build(rng), {"probe"}, c.minMatch);
-        ASSERT_EQ(search.first.ValidFlag, c.found ? 1 : 0);
-        if (!c.found) continue;
-        expectPose(search.first, pose);
-        const int expected[] = {scene.order[0], scene.order[1], -1, scene.order[2]};
-        ASSERT_EQ(search.first.MatchedMarkerCount, 4);
-        for (int m = 0; m < 4; ++m) EXPECT_EQ(search.first.MatchedMarkerIndex[m], expected[m]);
-    }
+    Search search{{"probe", kProbe}};
+    const Pose pose = randomPose(rng);
+    Scene scene;
+    scene.place(kProbe, pose, rng, 0, 2).addStrays(12, rng);
+    search.run(scene.build(rng), {"probe"}, 2);
+    expectPose(search.first, pose);
+    const int expected[] = {scene.order[0], scene.order[1], -1, scene.order[2]};
+    ASSERT_EQ(search.first.MatchedMarkerCount, 4);
+    for (int m = 0; m < 4; ++m) EXPECT_EQ(search.first.MatchedMarkerIndex[m], expected[m]);
 }
 
 TEST(ToolSearch, GivesEachMarkerToTheFirstNamedToolAndSkipsUnknownNames) {
     std::mt19937 rng(25);
-    Search search;
-    search.tools.push_back(makeTool("probe", kProbe));
-    search.tools.push_back(makeTool("calibrator", kCalibrator));
-    search.tools.push_back(makeTool("twin", kProbe));  // same shape as the probe
+    // The twin has the probe's shape.
+    Search search{{"probe", kProbe}, {"calibrator", kCalibrator}, {"twin", kProbe}};
     Scene scene;
     scene.place(kProbe, randomPose(rng), rng);
-    scene.place(kCalibrator, randomPose(rng, 500), rng);
-    scene.addStrays(6, rng);
+    scene.place(kCalibrator, randomPose(rng, 500), rng).addStrays(6, rng);
     const T_MarkerInfo frame = scene.build(rng);
 
     // The twin, named before the probe, takes the probe's markers and leaves
@@ -255,8 +242,7 @@ TEST(ToolSearch, GivesEachMarkerToTheFirstNamedToolAndSkipsUnknownNames) {
 
     // With fewer than three markers left after a found tool the search ends.
     Scene small;
-    small.place(kProbe, randomPose(rng), rng);
-    small.addStrays(2, rng);
+    small.place(kProbe, randomPose(rng), rng).addStrays(2, rng);
     search.run(small.build(rng), {"probe", "calibrator"});
     EXPECT_EQ(search.first.ValidFlag, 1);
     EXPECT_EQ(search.first.next, nullptr);
@@ -264,8 +250,7 @@ TEST(ToolSearch, GivesEachMarkerToTheFirstNamedToolAndSkipsUnknownNames) {
 
 TEST(ToolSearch, FramesOutsideThreeTo200MarkersAndAnEmptyLibraryLeaveTheResultAlone) {
     std::mt19937 rng(26);
-    Search search, emptyLibrary;
-    search.tools.push_back(makeTool("probe", kProbe));
+    Search search{{"probe", kProbe}}, emptyLibrary;
     Scene scene;
     scene.place(kProbe, randomPose(rng), rng);
     T_MarkerInfo frame = scene.build(rng);
@@ -296,8 +281,7 @@ TEST(ToolSearch, OutlierRejectionDropsADisplacedMarkerOnlyWhenEnabled) {
 
     float meanError[2];
     for (bool optimize : {false, true}) {
-        Search search;
-        search.tools.push_back(makeTool("five", shape));
+        Search search{{"five", shape}};
         search.settings.pointMatchOptimize = optimize;
         search.run(frame, {"five"});
         const T_VyxToolDataResult& r = search.first;
@@ -323,9 +307,7 @@ TEST(ToolSearch, AToolFittedWorseThanThreeMillimetresIsNotValidAndLeavesItsMarke
     std::mt19937 rng(30);
     std::vector<cv::Vec3f> enlarged;
     for (const cv::Vec3f& m : kProbe) enlarged.push_back(m * 1.1f);
-    Search search;
-    search.tools.push_back(makeTool("enlarged", enlarged));
-    search.tools.push_back(makeTool("probe", kProbe));
+    Search search{{"enlarged", enlarged}, {"probe", kProbe}};
     // A 10 mm tolerance lets the enlarged shape match the probe's markers,
     // but its fit is off by several millimetres.
     search.settings.toolFindOffset = 10;
@@ -370,8 +352,7 @@ TEST(CalculateMatchError, ResidualIsTheObservedPointInToolCoordinatesMinusTheMar
 TEST(ToolMatching, RefusesMalformedInputAndUsesOnlyTheListedRows) {
     std::mt19937 rng(28);
     Scene scene;
-    scene.place(kProbe, randomPose(rng), rng);
-    scene.addStrays(5, rng);
+    scene.place(kProbe, randomPose(rng), rng).addStrays(5, rng);
     const T_MarkerInfo frame = scene.build(rng);
     cv::Mat observed(9, 3, CV_32F), wrongType;
     for (int k = 0; k < 27; ++k)
@@ -406,8 +387,7 @@ TEST(ToolMatching, RefusesMalformedInputAndUsesOnlyTheListedRows) {
     // Non-finite coordinates agree with nothing.
     T_MarkerInfo broken = frame;
     for (int i = 0; i < 4; ++i) broken.MarkerCoordinate[scene.order[i]][0] = std::nan("");
-    Search search;
-    search.tools.push_back(makeTool("probe", kProbe));
+    Search search{{"probe", kProbe}};
     search.run(broken, {"probe"});
     EXPECT_EQ(search.first.ValidFlag, 0);
 }
