@@ -48,22 +48,23 @@ int VyxPosFunc::Zelmor_SetAcquireData(E_Interface iface, E_DataType type) {
     return RV_SUCCESS;
 }
 
-int VyxPosFunc::ethernetTriggeredFrame() {
-    const int rc = ethernetTriggerIfNeeded();
-    return rc != RV_SUCCESS ? rc : ETHReadInfo();
+int VyxPosFunc::wiredTriggeredFrame(E_Interface iface) {
+    const int rc = wiredTriggerIfNeeded(iface);
+    if (rc != RV_SUCCESS) return rc;
+    return iface == Interface_USB ? USBReadInfo() : ETHReadInfo();
 }
 
 int VyxPosFunc::Zelmor_SetAcquireMode(E_Interface iface, E_AcquireMode mode) {
     if (iface != Interface_Ethernet && iface != Interface_USB) return RV_FAILED;
     const CommandPacket packet = acquireModeCommand(static_cast<std::uint8_t>(mode));
+    LinkState& link = *linkFor(iface);
     int rc = RV_SUCCESS;
-    if (iface == Interface_USB) {
-        rc = sendCommand(iface, packet);
-    } else {
+    {
         // The exchange must not interleave with the receiver's frame reads.
-        std::lock_guard<std::mutex> data(eth_.dataLock);
-        rc = ETHWrite(packet.bytes.data(), static_cast<int>(packet.length));
-        if (rc == RV_SUCCESS) {
+        std::lock_guard<std::mutex> data(link.dataLock);
+        rc = wiredWrite(iface, packet.bytes.data(), static_cast<int>(packet.length));
+        if (rc == RV_SUCCESS && iface == Interface_Ethernet) {
+            // Only the Ethernet port acknowledges the mode, with one byte.
             std::uint8_t answer = 0;
             int length = 1;
             ETHRead(&answer, length, 0);
@@ -71,7 +72,7 @@ int VyxPosFunc::Zelmor_SetAcquireMode(E_Interface iface, E_AcquireMode mode) {
         if (rc == RV_SUCCESS && mode != AcquireMode_FreeRunning) {
             // One triggered acquisition starts the device in the new mode.
             sleepWhileRunning(std::chrono::microseconds(20));
-            rc = ethernetTriggeredFrame();
+            rc = wiredTriggeredFrame(iface);
             sleepWhileRunning(std::chrono::microseconds(10));
         }
     }

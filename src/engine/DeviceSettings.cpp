@@ -13,8 +13,7 @@ int VyxPosFunc::sendCommand(E_Interface iface, const CommandPacket& packet) {
         case Interface_WiFi:
             return WIFIWrite(packet.bytes.data(), static_cast<int>(length));
         case Interface_USB:
-            // Not available in this build: never open.
-            return RV_NOT_CONNECTED;
+            return USBWrite(packet.bytes.data(), static_cast<int>(length));
         default:
             return RV_FAILED;
     }

@@ -5,7 +5,6 @@
 #include "engine/VyxPosFunc.h"
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -15,16 +14,7 @@ namespace {
 
 constexpr int kReceiveTimeoutMs = 500;
 constexpr auto kRetrySleep = std::chrono::milliseconds(200);
-constexpr int kFrameReadRetries = 3;
 constexpr std::size_t kDrainChunkBytes = 2048;
-
-// Models whose large images are read with retries, block by block.
-bool readsImageBlocksWithRetries(std::uint32_t modelIndex) {
-    switch (modelIndex) {
-        case 6: case 7: case 9: case 10: case 17: return true;
-        default: return false;
-    }
-}
 
 }  // namespace
 
@@ -116,167 +106,32 @@ int VyxPosFunc::SockRead(ByteLink& link, const std::atomic<bool>& linkOpen,
 void VyxPosFunc::ETHCleanData() { drainLink(eth_, ethSocket_, kDrainChunkBytes); }
 
 void VyxPosFunc::initETHTempResource() {
-    const std::size_t greyBytes = geometry_.greyImageBytes;
     // A colour block is two half-blocks; the buffers hold whole blocks.
-    const std::size_t colorBytes =
-        std::max<std::size_t>(geometry_.colorImageBytes,
-                              static_cast<std::size_t>(eth_.colorBlockCount) * 2u *
-                                  geometry_.blockBytes[kEthernetColorHalfBlock]);
-    std::lock_guard<std::mutex> images(eth_.imageLock);
-    for (auto& half : eth_.grey)
-        for (auto& camera : half) camera.assign(greyBytes, 0);
-    for (auto& half : eth_.color) half.assign(colorBytes, 0);
-    eth_.greyReadyHalf = -1;
-    eth_.colorReadyHalf = -1;
+    allocateImageBuffers(eth_, std::max<std::size_t>(
+                                   geometry_.colorImageBytes,
+                                   static_cast<std::size_t>(eth_.colorBlockCount) * 2u *
+                                       geometry_.blockBytes[kEthernetColorHalfBlock]));
 }
 
-void VyxPosFunc::DestroyETHTempResource() {
-    std::lock_guard<std::mutex> images(eth_.imageLock);
-    for (auto& half : eth_.grey)
-        for (auto& camera : half) std::vector<std::uint8_t>().swap(camera);
-    for (auto& half : eth_.color) std::vector<std::uint8_t>().swap(half);
-}
+void VyxPosFunc::DestroyETHTempResource() { releaseImageBuffers(eth_); }
 
-int VyxPosFunc::ETHReadConfigureData() {
-    eth_.configValid.store(false, std::memory_order_relaxed);
+int VyxPosFunc::ETHReadConfigureData() { return fetchWiredConfiguration(Interface_Ethernet); }
 
-    const CommandPacket prepare = singleByteCommand(command::kConfigPrepare);
-    int rc = ETHWrite(prepare.bytes.data(), static_cast<int>(prepare.length));
-    if (rc != RV_SUCCESS) return rc;
-    sleepWhileRunning(std::chrono::microseconds(50));
-    const CommandPacket read = singleByteCommand(command::kConfigRead);
-    rc = ETHWrite(read.bytes.data(), static_cast<int>(read.length));
-    if (rc != RV_SUCCESS) return rc;
-
-    std::array<std::uint8_t, kConfigLongFormBytes> config{};
-    int length = static_cast<int>(kConfigBlockBytes);
-    rc = ETHRead(config.data(), length, kFrameReadRetries);
-    if (rc != RV_SUCCESS) return rc;
-    length = static_cast<int>(kConfigBlockBytes);
-    const bool secondBlock =
-        ETHRead(config.data() + kConfigBlockBytes, length, 0) == RV_SUCCESS;
-    std::uint32_t mode = secondBlock ? 1024u : 512u;
-
-    if (!configBlockChecksumOk(config.data())) return RV_FAILED;
-    if (mode == 1024u && !configBlockChecksumOk(config.data() + kConfigBlockBytes))
-        return RV_FAILED;
-
-    // The long form replaces the two blocks when the device has one.
-    std::size_t configBytes = kConfigShortFormBytes;
-    const CommandPacket multi = singleByteCommand(command::kMultiConfigRead);
-    if (ETHWrite(multi.bytes.data(), static_cast<int>(multi.length)) == RV_SUCCESS) {
-        std::array<std::uint8_t, kConfigLongFormBytes> longForm{};
-        length = static_cast<int>(kConfigLongFormBytes);
-        if (ETHRead(longForm.data(), length, 0) == RV_SUCCESS) {
-            config = longForm;
-            configBytes = kConfigLongFormBytes;
-            mode = 1024u;
-        }
-    }
-
-    separateModelText_.fill(0);
-    separateModelTextPresent_ = false;
-    const CommandPacket model = singleByteCommand(command::kModelTextRead);
-    if (ETHWrite(model.bytes.data(), static_cast<int>(model.length)) == RV_SUCCESS) {
-        std::array<std::uint8_t, kModelTextBytes> text{};
-        length = static_cast<int>(text.size());
-        if (ETHRead(text.data(), length, 0) == RV_SUCCESS) {
-            std::memcpy(separateModelText_.data(), text.data(), text.size());
-            separateModelTextPresent_ = true;
-        }
-    }
-
-    cameraParameters_.configDataMode = mode;
-    applyConfiguration(config.data(), configBytes, separateModelTextPresent_);
-
-    eth_.greyBlockCount = imageBlockCount(geometry_.greyImageBytes,
-                                          geometry_.blockBytes[kEthernetGreyBlock]);
-    eth_.colorBlockCount = imageBlockCount(geometry_.colorImageBytes,
-                                           2u * geometry_.blockBytes[kEthernetColorHalfBlock]);
-    initETHTempResource();
-    eth_.configValid.store(true, std::memory_order_relaxed);
-    return RV_SUCCESS;
-}
-
-int VyxPosFunc::ETHReadInfo() {
-    const CommandPacket request = singleByteCommand(command::kMarkerRequest);
-    const int rc = ETHWrite(request.bytes.data(), static_cast<int>(request.length));
-    if (rc != RV_SUCCESS) {
-        ETHCleanData();
-        return rc;
-    }
-    int length = static_cast<int>(kMarkerFrameBytes);
-    if (ETHRead(ethReceive_.data(), length, kFrameReadRetries) != RV_SUCCESS ||
-        !isValidMarkerFrame(ethReceive_.data(), static_cast<std::size_t>(length)))
-        return RV_READ_ERROR;
-    // Publish only whole, checked frames: the API never sees a partial one.
-    std::lock_guard<std::mutex> frame(eth_.frameLock);
-    eth_.frame = ethReceive_;
-    eth_.frameCounter.fetch_add(1, std::memory_order_release);
-    return RV_SUCCESS;
-}
+int VyxPosFunc::ETHReadInfo() { return readWiredMarkerFrame(Interface_Ethernet); }
 
 int VyxPosFunc::ETHReadImageDual(std::uint32_t block) {
-    const std::uint32_t blockBytes = geometry_.blockBytes[kEthernetGreyBlock];
-    const std::uint32_t bytes = imageBlockBytes(geometry_.greyImageBytes, blockBytes, block);
-    if (bytes == 0) return RV_FAILED;
-    if (block == 0) {
-        std::lock_guard<std::mutex> images(eth_.imageLock);
-        eth_.greyHalf = 1 - eth_.greyHalf;
-        if (eth_.greyReadyHalf == eth_.greyHalf) eth_.greyReadyHalf = -1;
-        eth_.greyImageCounter.fetch_add(1, std::memory_order_relaxed);
-    }
-    const int retries = readsImageBlocksWithRetries(deviceModelIndex_) ? kFrameReadRetries : 0;
-    auto& half = eth_.grey[static_cast<std::size_t>(eth_.greyHalf)];
-    const std::size_t offset = static_cast<std::size_t>(block) * blockBytes;
-    for (std::size_t camera = 0; camera < 2; ++camera) {
-        const std::uint8_t code = camera == 0
-                                      ? (block == 0 ? command::kLeftGreyFirst : command::kLeftGreyNext)
-                                      : (block == 0 ? command::kRightGreyFirst : command::kRightGreyNext);
-        const int rc = ETHWrite(&code, 1);
-        if (rc != RV_SUCCESS) return rc;
-        int length = static_cast<int>(bytes);
-        if (ETHRead(half[camera].data() + offset, length, retries) != RV_SUCCESS ||
-            length != static_cast<int>(bytes))
-            return RV_READ_ERROR;
-    }
-    if (offset + bytes == geometry_.greyImageBytes) {
-        std::lock_guard<std::mutex> images(eth_.imageLock);
-        eth_.greyReadyHalf = eth_.greyHalf;
-        eth_.greyImagesCompleted.fetch_add(1, std::memory_order_relaxed);
-    }
-    return RV_SUCCESS;
+    const int rc = readGreyBlock(Interface_Ethernet, block, 0);
+    return rc != RV_SUCCESS ? rc : readGreyBlock(Interface_Ethernet, block, 1);
 }
 
+// One colour block is two half-blocks; the last block may hold only one.
 int VyxPosFunc::ETHReadImageColor(std::uint32_t block) {
     const std::uint32_t halfBytes = geometry_.blockBytes[kEthernetColorHalfBlock];
-    if (block == 0) {
-        std::lock_guard<std::mutex> images(eth_.imageLock);
-        eth_.colorHalf = 1 - eth_.colorHalf;
-        if (eth_.colorReadyHalf == eth_.colorHalf) eth_.colorReadyHalf = -1;
-        eth_.colorImageCounter.fetch_add(1, std::memory_order_relaxed);
-    }
-    auto& image = eth_.color[static_cast<std::size_t>(eth_.colorHalf)];
-    for (std::uint32_t part = 0; part < 2; ++part) {
-        const std::uint32_t index = 2 * block + part;
-        const std::uint32_t bytes = imageBlockBytes(geometry_.colorImageBytes, halfBytes, index);
-        if (bytes == 0) break;
-        const std::uint8_t code =
-            (block == 0 && part == 0) ? command::kColorFirst : command::kColorNext;
-        const int rc = ETHWrite(&code, 1);
-        if (rc != RV_SUCCESS) return rc;
-        int length = static_cast<int>(bytes);
-        const std::size_t offset = static_cast<std::size_t>(index) * halfBytes;
-        if (ETHRead(image.data() + offset, length, kFrameReadRetries) != RV_SUCCESS ||
-            length != static_cast<int>(bytes))
-            return RV_READ_ERROR;
-        if (offset + bytes == geometry_.colorImageBytes) {
-            std::lock_guard<std::mutex> images(eth_.imageLock);
-            eth_.colorReadyHalf = eth_.colorHalf;
-            eth_.colorImagesCompleted.fetch_add(1, std::memory_order_relaxed);
-        }
-    }
-    return RV_SUCCESS;
+    int rc = readColorPiece(Interface_Ethernet, 2 * block, halfBytes);
+    if (rc == RV_SUCCESS &&
+        imageBlockBytes(geometry_.colorImageBytes, halfBytes, 2 * block + 1) > 0)
+        rc = readColorPiece(Interface_Ethernet, 2 * block + 1, halfBytes);
+    return rc;
 }
 
 void VyxPosFunc::ETHProcess() {

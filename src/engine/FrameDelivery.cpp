@@ -113,63 +113,55 @@ int VyxPosFunc::Zelmor_GetMarkerInfo(E_Interface iface, T_MarkerInfo& markers) {
     return deliverFrame(link, frame.data(), markers, nullptr, iface != Interface_WiFi);
 }
 
-int VyxPosFunc::ethernetTriggerIfNeeded() {
-    if (acquireMode_[Interface_Ethernet] != AcquireMode_Trigger1) return RV_SUCCESS;
+int VyxPosFunc::wiredTriggerIfNeeded(E_Interface iface) {
+    if (acquireMode_[static_cast<std::size_t>(iface)] != AcquireMode_Trigger1) return RV_SUCCESS;
     const CommandPacket trigger = singleByteCommand(command::kTrigger);
-    const int rc = ETHWrite(trigger.bytes.data(), static_cast<int>(trigger.length));
-    if (rc != RV_SUCCESS) return rc;
+    const int rc = wiredWrite(iface, trigger.bytes.data(), static_cast<int>(trigger.length));
+    if (rc != RV_SUCCESS || iface != Interface_Ethernet) return rc;
+    // The Ethernet port acknowledges a trigger with one byte.
     std::uint8_t answer = 0;
     int length = 1;
     ETHRead(&answer, length, 0);
     return RV_SUCCESS;
 }
 
+int VyxPosFunc::reinitialiseWired(E_Interface iface) {
+    return iface == Interface_USB ? Zelmor_USB_Initialize() : Zelmor_ETHERNET_Initialize();
+}
+
 int VyxPosFunc::Zelmor_GetMarkerAndStatusByTrig(E_Interface iface, T_MarkerInfo& markers,
                                                 T_VyxPosStatusInfo& status) {
-    if (iface == Interface_USB) return RV_NOT_CONNECTED;
     if (iface == Interface_WiFi) return wifiMarkerAndStatusByTrig(markers, status);
-    if (iface != Interface_Ethernet) return RV_FAILED;
-    if (!eth_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
+    if (iface != Interface_Ethernet && iface != Interface_USB) return RV_FAILED;
+    LinkState& link = *linkFor(iface);
+    if (!link.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
 
-    std::unique_lock<std::mutex> data(eth_.dataLock);
-    int rc = ethernetTriggerIfNeeded();
+    std::unique_lock<std::mutex> data(link.dataLock);
+    int rc = wiredTriggerIfNeeded(iface);
     if (rc != RV_SUCCESS) return rc;
     for (int attempt = 0; attempt < kTriggeredAttempts; ++attempt) {
-        rc = ETHReadInfo();
+        rc = readWiredMarkerFrame(iface);
         if (rc != RV_SUCCESS) {
             // A failed read re-opens the link, then tries once more.
             data.unlock();
-            rc = Zelmor_ETHERNET_Initialize();
+            rc = reinitialiseWired(iface);
             if (rc != RV_SUCCESS) return rc;
             data.lock();
-            rc = ETHReadInfo();
+            rc = readWiredMarkerFrame(iface);
             if (rc != RV_SUCCESS) return rc;
         }
         markers.MarkerNumber = 0;
         std::array<std::uint8_t, kMarkerFrameBytes> frame;
         {
-            std::lock_guard<std::mutex> lock(eth_.frameLock);
-            frame = eth_.frame;
+            std::lock_guard<std::mutex> lock(link.frameLock);
+            frame = link.frame;
         }
-        if (getID(frame.data() + kMarkerOriginOffset) != eth_.lastReconstructedId &&
-            deliverFrame(eth_, frame.data(), markers, &status, true) == RV_SUCCESS)
+        if (getID(frame.data() + kMarkerOriginOffset) != link.lastReconstructedId &&
+            deliverFrame(link, frame.data(), markers, &status, true) == RV_SUCCESS)
             return RV_SUCCESS;
         if (!sleepWhileRunning(kTriggeredRetryPause)) break;
     }
     return RV_NO_NEW_FRAME;
-}
-
-int VyxPosFunc::ethernetGreyImageInto(char* leftImage, char* rightImage) {
-    int rc = RV_SUCCESS;
-    for (std::uint32_t block = 0; block < eth_.greyBlockCount && rc == RV_SUCCESS; ++block)
-        rc = ETHReadImageDual(block);
-    if (rc != RV_SUCCESS) return rc;
-    std::lock_guard<std::mutex> images(eth_.imageLock);
-    if (eth_.greyReadyHalf < 0) return RV_READ_ERROR;
-    const auto& half = eth_.grey[static_cast<std::size_t>(eth_.greyReadyHalf)];
-    std::memcpy(leftImage, half[0].data(), geometry_.greyImageBytes);
-    std::memcpy(rightImage, half[1].data(), geometry_.greyImageBytes);
-    return RV_SUCCESS;
 }
 
 int VyxPosFunc::Zelmor_GetMarkerStatusAndImageByTrig(E_Interface iface, T_MarkerInfo& markers,
@@ -177,34 +169,29 @@ int VyxPosFunc::Zelmor_GetMarkerStatusAndImageByTrig(E_Interface iface, T_Marker
                                                      char* rightImage) {
     const int rc = Zelmor_GetMarkerAndStatusByTrig(iface, markers, status);
     if (rc != RV_SUCCESS) return rc;
-    std::lock_guard<std::mutex> data(eth_.dataLock);
-    return ethernetGreyImageInto(leftImage, rightImage);
+    if (iface != Interface_Ethernet && iface != Interface_USB) return RV_FAILED;
+    std::lock_guard<std::mutex> data(linkFor(iface)->dataLock);
+    return wiredGreyImageInto(iface, leftImage, rightImage);
 }
 
 int VyxPosFunc::Zelmor_GetGreyImageFromHardware(E_Interface iface, char* leftImage, char* rightImage) {
-    if (iface == Interface_USB) return RV_NOT_CONNECTED;
-    if (iface != Interface_Ethernet) return RV_FAILED;
-    if (!eth_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
-    std::lock_guard<std::mutex> data(eth_.dataLock);
-    const int rc = ethernetTriggerIfNeeded();
+    if (iface != Interface_Ethernet && iface != Interface_USB) return RV_FAILED;
+    LinkState& link = *linkFor(iface);
+    if (!link.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
+    std::lock_guard<std::mutex> data(link.dataLock);
+    const int rc = wiredTriggerIfNeeded(iface);
     if (rc != RV_SUCCESS) return rc;
-    return ethernetGreyImageInto(leftImage, rightImage);
+    return wiredGreyImageInto(iface, leftImage, rightImage);
 }
 
 int VyxPosFunc::Zelmor_GetColorImageFromHardware(E_Interface iface, char* image) {
-    if (iface == Interface_USB) return RV_NOT_CONNECTED;
-    if (iface != Interface_Ethernet) return RV_FAILED;
-    if (!eth_.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
-    std::lock_guard<std::mutex> data(eth_.dataLock);
-    int rc = ethernetTriggerIfNeeded();
-    for (std::uint32_t block = 0; block < eth_.colorBlockCount && rc == RV_SUCCESS; ++block)
-        rc = ETHReadImageColor(block);
+    if (iface != Interface_Ethernet && iface != Interface_USB) return RV_FAILED;
+    LinkState& link = *linkFor(iface);
+    if (!link.open.load(std::memory_order_acquire)) return RV_NOT_CONNECTED;
+    std::lock_guard<std::mutex> data(link.dataLock);
+    const int rc = wiredTriggerIfNeeded(iface);
     if (rc != RV_SUCCESS) return rc;
-    std::lock_guard<std::mutex> images(eth_.imageLock);
-    if (eth_.colorReadyHalf < 0) return RV_READ_ERROR;
-    const auto& half = eth_.color[static_cast<std::size_t>(eth_.colorReadyHalf)];
-    std::memcpy(image, half.data(), geometry_.colorImageBytes);
-    return RV_SUCCESS;
+    return wiredColorImageInto(iface, image);
 }
 
 void VyxPosFunc::ImageVerticalStretchX2(const char* leftIn, const char* rightIn, char* leftOut,

@@ -24,13 +24,16 @@ VyxPosFunc::~VyxPosFunc() {
     stopSignal_.notify_all();
     // Wake a receiver blocked in a read on a tracker that stopped answering;
     // it then sees the cleared flag and leaves its loop.
+    usbLink_.shutdown();
     ethSocket_.shutdown();
     wifiSocket_.shutdown();
     if (usbThread_.joinable()) usbThread_.join();
     if (ethThread_.joinable()) ethThread_.join();
     if (wifiThread_.joinable()) wifiThread_.join();
+    usbLink_.close();
     ethSocket_.close();
     wifiSocket_.close();
+    DestroyUSBTempResource();
     DestroyETHTempResource();
 }
 

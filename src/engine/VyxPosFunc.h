@@ -14,6 +14,7 @@
 #include "device/DeviceGeometry.h"
 #include "device/DeviceModel.h"
 #include "device/TcpSocket.h"
+#include "device/UsbBulkLink.h"
 #include "device/WireProtocol.h"
 #include "engine/LinkState.h"
 #include "tools/ToolLibrary.h"
@@ -111,6 +112,23 @@ public:
     int Zelmor_SetMarkerParameters(E_Interface iface, int a, int b, int c, int d, int e);
     int Zelmor_GetVyxPositonMacAddress(char* text);
 
+    // USB link internals (receiver thread and API calls): the connect
+    // sequence, one bulk transfer out or in (2 without a device handle, 4 or
+    // 3 when the transfer fails; a read reports the bytes received in
+    // `length`), the drain, the marker frame, one grey block of one side
+    // (`index` halved is the block number; side 0 left, 1 right), one colour
+    // block, the configuration fetch and the receive buffers.
+    int usb_connect();
+    int USBWrite(const std::uint8_t* buffer, int length);
+    int USBRead(std::uint8_t* buffer, int& length);
+    void USBCleanData();
+    int USBReadInfo();
+    int USBReadImageDual(std::uint32_t index, int side);
+    int USBReadImageColor(std::uint32_t block);
+    int USBReadConfigureData();
+    void initUSBTempResource();
+    void DestroyUSBTempResource();
+
     // Ethernet link internals (receiver thread and API calls).
     int ETHWrite(const std::uint8_t* buffer, int length);
     int ETHRead(std::uint8_t* buffer, int& length, int retries);
@@ -138,6 +156,20 @@ public:
     int ETHReadImageDual(std::uint32_t block);
     int ETHReadImageColor(std::uint32_t block);
     int ETHReadConfigureData();
+
+    // What the two wired links (USB and Ethernet) share: writes and reads
+    // on the addressed one, the configuration fetch, the marker frame read,
+    // one grey block of one side, one colour transfer (a USB block or an
+    // Ethernet half-block, numbered from the image start), and the image
+    // buffers sized for the current geometry.
+    int wiredWrite(E_Interface iface, const std::uint8_t* buffer, int length);
+    int wiredRead(E_Interface iface, std::uint8_t* buffer, int& length, int retries);
+    int fetchWiredConfiguration(E_Interface iface);
+    int readWiredMarkerFrame(E_Interface iface);
+    int readGreyBlock(E_Interface iface, std::uint32_t block, int side);
+    int readColorPiece(E_Interface iface, std::uint32_t piece, std::uint32_t pieceBytes);
+    void allocateImageBuffers(LinkState& link, std::size_t colorBytes);
+    static void releaseImageBuffers(LinkState& link);
 
     // Wi-Fi link internals: the same reads and writes on the Wi-Fi socket,
     // the module's own marker, status and configuration frames, and the
@@ -257,15 +289,20 @@ private:
     RecognitionSettings recognitionSettings() const;
     // Reads one frame on request (trigger first in trigger mode 1) into the
     // link's frame buffer; used by the mode switch.
-    int ethernetTriggeredFrame();
+    int wiredTriggeredFrame(E_Interface iface);
+    // Re-opens a wired link after a failed triggered read.
+    int reinitialiseWired(E_Interface iface);
     int deliverFrame(LinkState& link, const std::uint8_t* frame, T_MarkerInfo& markers,
                      T_VyxPosStatusInfo* status, bool withStatus);
-    // In trigger mode 1, sends the acquisition trigger and reads its answer.
-    int ethernetTriggerIfNeeded();
+    // In trigger mode 1, sends the acquisition trigger (and on Ethernet
+    // reads its one-byte answer).
+    int wiredTriggerIfNeeded(E_Interface iface);
     // The triggered read on the Wi-Fi link.
     int wifiMarkerAndStatusByTrig(T_MarkerInfo& markers, T_VyxPosStatusInfo& status);
-    // Reads a whole grey image pair on the Ethernet link into caller buffers.
-    int ethernetGreyImageInto(char* leftImage, char* rightImage);
+    // Reads a whole grey image pair, or a whole colour image, on a wired
+    // link into caller buffers.
+    int wiredGreyImageInto(E_Interface iface, char* leftImage, char* rightImage);
+    int wiredColorImageInto(E_Interface iface, char* image);
     // Configuration fetch steps shared by the transports.
     void applyConfiguration(const std::uint8_t* config, std::size_t size, bool separateModelText);
     vyx::device::StatusLayout statusLayout() const;
@@ -279,6 +316,7 @@ private:
     LinkState usb_;
     LinkState eth_;
     LinkState wifi_;
+    vyx::device::UsbBulkLink usbLink_;
     vyx::device::TcpSocket ethSocket_;
     vyx::device::TcpSocket wifiSocket_;
     // The Wi-Fi module's newest 24 status bytes (under wifi_.frameLock) and
@@ -287,7 +325,8 @@ private:
     std::atomic<std::uint32_t> wifiStatusCounter_{0};
     // Private receive buffer of the Wi-Fi receiver thread.
     std::array<std::uint8_t, vyx::device::kWifiMarkerFrameMaxBytes> wifiReceive_{};
-    // Private receive buffer of the Ethernet receiver thread.
+    // Private receive buffers of the USB and Ethernet marker frame reads.
+    std::array<std::uint8_t, vyx::device::kMarkerFrameBytes> usbReceive_{};
     std::array<std::uint8_t, vyx::device::kMarkerFrameBytes> ethReceive_{};
     // Acquisition mode last set, per transport.
     std::array<int, 3> acquireMode_{};
