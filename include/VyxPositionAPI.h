@@ -128,8 +128,13 @@ VYX_API int Vyx_ConvertNDIrom2Vyxtool(VyxHandle handle, const char* romPath);
  * para. The Wi-Fi link carries marker and status frames, the configuration
  * and the simple setters (exposure, collision level, colour exposure, device
  * address, system commands); images, trigger, acquisition mode, flash delay,
- * LCD and marker parameters answer -1 on it. The USB link is not available in
- * this build: connecting over it answers -1.
+ * LCD and marker parameters answer -1 on it. The USB link finds the tracker
+ * by its vendor and product id (0x1209:0x0001, a pair from a range reserved
+ * for prototypes), needs read and write access to its device node (a udev
+ * rule, or root), and answers 1 when no such device can be opened (after
+ * printing a line that says so). When the device does not deliver its
+ * configuration, it is sent the reset byte 0xEE and tried again, three times
+ * in all, before 3 is returned.
  */
 VYX_API int Vyx_ConnectDevice(VyxHandle handle, E_Interface iface, T_VYXPOS_DATAPARA* para);
 
@@ -285,6 +290,37 @@ VYX_API int Vyx_ProceedToolTipCalibration(VyxHandle handle, T_MarkerInfo* marker
                                           t_ToolTipCalProInfo* info);
 VYX_API int Vyx_SaveToolTipCalibration(VyxHandle handle);
 
+/*
+ * Tool coordinate renewal: gives an instrument a new tool frame with its
+ * origin at the tip and its Z axis along the shaft, so that tracking reports
+ * the tip as the pose's translation and the shaft as the pose's Z axis. The
+ * user rests the tool's tip in a calibrator's hole, as for a tip calibration,
+ * and the frames are taken and counted exactly as there (200 counted
+ * frames); the tool keeps tracking as before meanwhile. On the 200th counted
+ * frame the mean hole, in the tool's current frame, gives the new frame:
+ * origin at the hole's bottom (the tip); Z along the hole axis, pointing from
+ * the tip towards the tool's markers; X towards the first marker's projection
+ * on the plane through the tip normal to Z (a marker within 1 mm of the axis
+ * passes X on to the next one); Y = Z x X. The tool's marker positions are
+ * re-expressed in it, its tip becomes (0, 0, 0) and its second tip-section
+ * point (0, 0, d), d the distance from the hole's bottom to the calibrator's
+ * axis point; tracking uses the new frame at once. Save writes the tool's
+ * whole file. Millimetres throughout.
+ *
+ * Init: names in either order, one of a tool ('T'), one of a calibrator
+ * ('C'); where names repeat, the last definition wins. 0; -1 (nothing
+ * changed) when either is missing or a name is null.
+ * Proceed: the caller clears info->frameAccepted before each call; the record
+ * is filled as by Vyx_ProceedToolTipCalibration, and info->finished becomes 1
+ * on the 200th counted frame, when the tool is renewed. Returns 0; -1 when the
+ * frame holds fewer than 3 or more than 199 markers or fewer than 3 are left
+ * for the tool, and -1 on the completing frame when no frame can be built
+ * (the calibrator's axis point coincides with its hole's bottom, or every
+ * marker lies on the axis): the tool is then left as it was.
+ * Save: 0; -1 before a renewal completed, when the tool is no longer in the
+ * library, or when its file cannot be written.
+ * All three: 7 for a null handle, 2 when not connected.
+ */
 VYX_API int Vyx_InitToolCoordinateRenewWithToolId(VyxHandle handle, const char* name1,
                                                   const char* name2);
 VYX_API int Vyx_ProceedToolCoordinateRenew(VyxHandle handle, T_MarkerInfo* markers,
@@ -350,12 +386,77 @@ VYX_API int Vyx_ProceedToolSelfCalibration(VyxHandle handle, T_MarkerInfo* marke
                                            t_ToolFixProInfo* info);
 VYX_API int Vyx_SaveToolSelfCalibration(VyxHandle handle, E_ToolFixRlt decision);
 
-VYX_API int Vyx_InitAccuracyCheckTool(VyxHandle handle, const char* name1, const char* name2,
-                                      const char* name3);
+/*
+ * Accuracy check: a length-bar test of the tracker. The artefact is a rigid
+ * bar with four markers at each end, end A = markers 0..3, end B = markers
+ * 4..7, whose marker coordinates are certified (in any frame, mm). Moved
+ * through the measuring volume, it is measured frame by frame: the length
+ * between the two ends' centroids against the certified one (the length
+ * error, the figure of merit), and each end's shape against the certificate.
+ *
+ * Sequence: define the artefact (Vyx_AccuracyToolMade, or by an eight-marker
+ * library tool in Vyx_InitAccuracyCheckTool), Vyx_InitAccuracyCheckTool, then
+ * Vyx_CalculateTool per frame with collect set, then
+ * Vyx_AccuracyCheckToolCalculateError. Vyx_AccuracyCheckTool compares points
+ * measured by other means.
+ *
+ * Vyx_AccuracyToolMade: points holds count row pointers, each to x, y, z
+ * (certified coordinates, certificate order). Defines the artefact: its own
+ * frame (origin at end A's centroid, X from end B's centroid towards end A's),
+ * each end's frame (origin at the end's centroid, Z normal to its markers'
+ * best-fit plane) and the certified length. Replaces the artefact in force and
+ * clears the collected errors. -1 (nothing changed) for a null array or row,
+ * a count other than 8, a non-finite value, ends whose centroids lie less
+ * than 1 mm apart, or an end whose frame cannot be built.
+ *
+ * Vyx_InitAccuracyCheckTool: artefact names an eight-marker library tool whose
+ * marker positions become the certificate (where names repeat, the last
+ * definition wins); an empty text keeps the artefact in force. endA and endB
+ * are registered in the library as four-marker tools in their end frames (tip
+ * section (0, 0, 0) twice), so that either end can be tracked like any tool;
+ * they live in memory only (no file; a reload of the tool directory drops
+ * them), and a second Init replaces them. Clears the collected errors. -1
+ * (nothing changed) when any text is null (checked before the handle), for an
+ * unknown artefact name or a tool of another marker count, an empty text with
+ * no artefact in force, end names that are empty, equal, longer than 199
+ * characters or hold white space, or an end name taken by a library tool that
+ * has a file.
+ *
+ * Vyx_CalculateTool: recognises both ends in the frame (end A first, end B
+ * among the markers it left; all four markers of each, within the tool-find
+ * offset) and fills *result: PointCount 8, each marker's shape error (its
+ * residual after a least-squares rigid fit of its end onto the certified
+ * end), their mean, RMS and largest value, end A's pose (its end frame as
+ * built from the measured markers, into tracker coordinates, p = R q + T),
+ * Length (between the measured end centroids) and LengthError (Length minus
+ * the certified length, signed). With collect non-zero the frame's length
+ * error is kept, up to 200 frames (later ones are not kept); CollectedCount
+ * tells how many are. Returns 0 when both ends were found; -1, with only
+ * result->ValidFlag written (0), without an artefact, for a frame of fewer
+ * than 8 or more than 200 markers, or when an end is not found.
+ *
+ * Vyx_AccuracyCheckTool: points holds count row pointers to measured x, y, z
+ * in certificate order: 4 (end A: shape errors and end A's pose; Length and
+ * LengthError 0) or 8 (as Vyx_CalculateTool). Nothing is collected. 0; -1
+ * (result untouched) without an artefact, for a null array or row, another
+ * count, or degenerate points.
+ *
+ * Vyx_AccuracyCheckToolCalculateError: over the collected frames, the mean
+ * and the largest absolute length error (mm); errors, when not null, must have
+ * room for 200 floats and gets each frame's signed error in collection order,
+ * then NaN up to entry 199. The count is CollectedCount of the last result,
+ * or the number of entries before the first NaN. 0; -1 (nothing written) when
+ * no error has been collected. meanError and maxError must not be null (-1).
+ *
+ * All five: 7 for a null handle, 2 when not connected; result and the frame
+ * must not be null (-1).
+ */
+VYX_API int Vyx_InitAccuracyCheckTool(VyxHandle handle, const char* artefact, const char* endA,
+                                      const char* endB);
 VYX_API int Vyx_AccuracyCheckTool(VyxHandle handle, double** points, int count,
                                   T_AccuracyToolResult* result);
 VYX_API int Vyx_CalculateTool(VyxHandle handle, T_MarkerInfo* markers,
-                              T_AccuracyToolResult* result, bool flag);
+                              T_AccuracyToolResult* result, bool collect);
 VYX_API int Vyx_AccuracyCheckToolCalculateError(VyxHandle handle, float* meanError,
                                                 float* maxError, float* errors);
 VYX_API int Vyx_AccuracyToolMade(VyxHandle handle, double** points, int count);
@@ -397,6 +498,50 @@ VYX_API int Vyx_InitMappingPointSetsForMarkerSpaceReg(VyxHandle handle, const fl
                                                       int count);
 VYX_API int Vyx_MappingPointSetsForMarkerSpaceReg(VyxHandle handle, T_MarkerInfo* markers,
                                                   T_VyxToolDataResult* result, int minMatch);
+
+/*
+ * Robot guidance: a robot arm carries a library tool on its flange, and the
+ * tracker plans where the tool must go. The sequence:
+ *   1. Calibrate once per set-up: move the arm to 10 or more poses that turn
+ *      the flange about different axes by 10 degrees or more, the tool in
+ *      view at each; at each, with the arm at rest, record the flange pose
+ *      the controller reports and the tool's recognised pose, and pass the
+ *      pairs to Vyx_CalculateRobotCalibration (an extension, below).
+ *   2. Vyx_SetRobotCalculateRlt with its two results and the tool's name.
+ *   3. Per target, Vyx_CalculateRobotTargetPose, and send the pose to the
+ *      robot.
+ * Frames: tracker coordinates (those of the delivered frames, so the
+ * reference tool's frame while one is set: it must then stay fixed to the
+ * robot's base), robot base coordinates (the controller's), flange
+ * coordinates and the tool's own frame (its tool file's). An [R|t] is three
+ * rows of four doubles: R a rotation, t in mm; "a into b" maps a point p of
+ * frame a to R p + t in frame b. Lengths in mm, angles in radians.
+ *
+ * Vyx_SetRobotCalculateRlt: first = tracker into robot base coordinates;
+ * second = the tool's coordinates into flange coordinates; name = the tool on
+ * the flange (the first library tool of that name), whose tip and second
+ * tip-section point are copied now: set the calibration again after changing
+ * the tool's tip. It replaces the previous calibration. Returns 0; 7 for a
+ * null handle; -1 for a null name (even with a null handle); 2 when not
+ * connected; -1 for a null matrix, an unknown tool, a value that is not
+ * finite, or a rotation part that is not a rotation (R^T R off the identity
+ * by more than 1e-3 in an entry, or det R <= 0). On -1 the previous
+ * calibration stays.
+ *
+ * Vyx_CalculateRobotTargetPose: pose = three points in tracker coordinates:
+ * the target, an entry point and a roll reference. target = six floats:
+ * x, y, z (mm) and rx, ry, rz (a rotation vector, radians, length at most
+ * pi) of the flange pose in robot base coordinates that puts the tool's tip
+ * on the target with its tip axis (from the tip towards its second tip-section
+ * point) pointing from the target towards the entry, turned about that axis
+ * so that the tool's X axis points, across the axis, towards the roll
+ * reference. Returns 0; 7 for a null handle; -1 for a null target (even with
+ * a null handle); 2 when not connected; -1 for null points, no calibration
+ * set, a tool whose tip axis is shorter than 0.001 mm or runs along its X
+ * axis, points that are not finite, a target and entry closer than 0.001 mm,
+ * or a roll reference within 0.001 mm of the line through them. target is
+ * written only on success.
+ */
 VYX_API int Vyx_SetRobotCalculateRlt(VyxHandle handle, const double (*first)[4],
                                      const double (*second)[4], const char* name);
 VYX_API int Vyx_CalculateRobotTargetPose(VyxHandle handle, const double (*pose)[3], float* target);
@@ -411,6 +556,25 @@ VYX_API int Vyx_CalculateRobotTargetPose(VyxHandle handle, const double (*pose)[
  * finished since the last Vyx_InitToolTipPivotWithToolId.
  */
 VYX_API int Vyx_GetToolTipPivotQuality(VyxHandle handle, T_ToolTipPivotQuality* quality);
+
+/*
+ * Extension: the robot hand-eye calibration for Vyx_SetRobotCalculateRlt,
+ * from count pose pairs (see T_RobotPosePair and the robot guidance above).
+ * Both unknowns, tracker into base (Z) and tool into flange (X), are solved
+ * from FlangeInBase_i X = Z ToolInTracker_i: a closed-form solution, refined
+ * by least squares over the pairs' position residuals and their orientation
+ * residuals weighted at 50 mm per radian. result gets both [R|t], the RMS
+ * and largest residuals and the worst pair (drop it and calibrate again when
+ * its residual stands out). Pure computation: needs no connection and
+ * changes no state. Returns 0; 7 for a null handle; -1 for null pointers,
+ * a count below 3 or above VYX_MAX_ROBOT_POSE_PAIRS, a matrix with a value
+ * that is not finite or a rotation part that is not a rotation (as for
+ * Vyx_SetRobotCalculateRlt), or poses that leave the calibration undetermined
+ * (the flange turned about one axis only, or by less than about a degree
+ * about any other). result is written only on success.
+ */
+VYX_API int Vyx_CalculateRobotCalibration(VyxHandle handle, const T_RobotPosePair* pairs,
+                                          int count, T_RobotCalibrationResult* result);
 
 /*
  * Extension: the TCP port of the Ethernet link (default 7, the tracker's).

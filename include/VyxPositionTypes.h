@@ -309,6 +309,39 @@ typedef struct T_ToolTipPivotQuality {
     int32_t Verdict;             /* E_PivotVerdict */
 } T_ToolTipPivotQuality;
 
+/* Extension: most pose pairs that Vyx_CalculateRobotCalibration takes. */
+#define VYX_MAX_ROBOT_POSE_PAIRS 1000
+
+/*
+ * Extension: one pose pair of a robot hand-eye calibration
+ * (Vyx_CalculateRobotCalibration), taken with the robot at rest and its tool
+ * in view. Each is an [R|t] as three rows of four: R a rotation, t in mm.
+ */
+typedef struct T_RobotPosePair {
+    double FlangeInBase[3][4];  /* flange into robot base coordinates, as the robot reports */
+    double ToolInTracker[3][4]; /* tool into tracker coordinates: a recognised tool's
+                                   RotationMatrix and Translation */
+} T_RobotPosePair;
+
+/*
+ * Extension: a robot hand-eye calibration. The two [R|t] are the arguments
+ * of Vyx_SetRobotCalculateRlt. Per pair the tool's pose in robot base
+ * coordinates is computed twice, as FlangeInBase * ToolToFlange (the robot's
+ * view) and as TrackerToBase * ToolInTracker (the tracker's); the residuals
+ * are the distance between the two tool origins and the angle between the two
+ * orientations.
+ */
+typedef struct T_RobotCalibrationResult {
+    double TrackerToBase[3][4]; /* tracker coordinates into robot base coordinates */
+    double ToolToFlange[3][4];  /* tool coordinates into flange coordinates */
+    double RmsResidualMm;       /* root mean square of the distances, mm */
+    double RmsResidualDeg;      /* root mean square of the angles, degrees */
+    double MaxResidualMm;       /* largest distance, mm */
+    double MaxResidualDeg;      /* largest angle, degrees */
+    int32_t PairCount;          /* pairs used: all that were given */
+    int32_t WorstPairIndex;     /* pair with the largest residual, 50 mm counting as one radian */
+} T_RobotCalibrationResult;
+
 /* Progress of a tool self-calibration. */
 typedef struct t_ToolFixProInfo {
     bool frameUsed;
@@ -327,19 +360,25 @@ typedef struct t_ToolMadeProInfo {
 } t_ToolMadeProInfo;
 
 /*
- * Result of the accuracy check procedures. Layout chosen by this library:
- * a validity flag, the number of points compared, their mean, RMS and largest
- * deviation, and each point's deviation in input order.
+ * Result of the accuracy check (Vyx_CalculateTool, Vyx_AccuracyCheckTool).
+ * Layout chosen by this library: a validity flag, the number of points
+ * compared (4: end A of the artefact; 8: the whole artefact, end A = points
+ * 0..3, end B = 4..7), each point's shape error and their mean, RMS and
+ * largest value, end A's pose, the measured length and its error, and the
+ * number of length errors collected so far.
  */
 typedef struct T_AccuracyToolResult {
     uint8_t ValidFlag;
-    int32_t PointCount;                    /* 0..200 */
+    int32_t PointCount;                    /* 4 or 8 */
     float MeanError;                       /* mm */
     float RMSError;                        /* mm */
     float MaxError;                        /* mm */
-    float PointError[VYX_MAX_MARKERS];     /* mm, first PointCount entries */
-    float RotationMatrix[3][3];            /* fitted pose, row-major */
-    float Translation[3];
+    float PointError[VYX_MAX_MARKERS];     /* mm, first PointCount entries, the rest 0 */
+    float RotationMatrix[3][3];            /* end A's pose (its frame into tracker), row-major */
+    float Translation[3];                  /* mm, end A's measured centroid */
+    float Length;                          /* mm, end A to end B centroid; 0 for 4 points */
+    float LengthError;                     /* mm, Length minus the certified length; 0 for 4 points */
+    int32_t CollectedCount;                /* length errors collected so far, 0..200 */
 } T_AccuracyToolResult;
 
 #ifdef __cplusplus

@@ -9,6 +9,11 @@
 // else (requests and system commands) 1. The Wi-Fi module does not carry the
 // trigger, mode, flash delay, LCD, marker parameter, image and configuration
 // prepare / long read commands; they are taken as their single code byte.
+//
+// USB: each bulk OUT transfer carries one command at its own length: mode
+// and collision level 2 bytes, dual exposure, dual gain and flash delay 5,
+// colour exposure and LCD 3, marker parameters 8, device IP 7, the system
+// commands 10 (the code, then zero filler), every request 1.
 #pragma once
 
 #include <cstddef>
@@ -16,9 +21,9 @@
 
 namespace vyx::sim {
 
-// The byte framing a link speaks: the tracker's Ethernet port or its Wi-Fi
-// module.
-enum class LinkFraming { Ethernet, WiFi };
+// The byte framing a link speaks: the tracker's Ethernet port, its Wi-Fi
+// module or its USB port.
+enum class LinkFraming { Ethernet, WiFi, Usb };
 
 namespace code {
 constexpr std::uint8_t kMarkerRequest = 0x0F;  // on Wi-Fi: the status request
@@ -41,9 +46,13 @@ constexpr std::size_t kParameterisedPacketBytes = 10;
 
 // True for the command codes that travel as 10-byte packets on Ethernet.
 bool isParameterisedCommand(std::uint8_t commandCode);
+// True for the system commands: the parameterised commands that are not
+// settings. They travel as 10-byte packets on USB too.
+bool isSystemCommand(std::uint8_t commandCode);
 
 // Bytes of the command that starts with `commandCode` in the given framing:
-// 10, 2 or 1 on Ethernet; 7, 5, 3, 2 or 1 on Wi-Fi.
+// 10, 2 or 1 on Ethernet; 7, 5, 3, 2 or 1 on Wi-Fi; 10, 8, 7, 5, 3, 2 or 1
+// on USB.
 std::size_t commandLength(std::uint8_t commandCode,
                           LinkFraming framing = LinkFraming::Ethernet);
 

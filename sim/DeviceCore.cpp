@@ -133,12 +133,25 @@ MarkerFrame DeviceCore::builtInFrame(const std::shared_ptr<const DeviceDescripti
     return builtInRenderer_->frame(index, static_cast<std::uint32_t>(index + 1));
 }
 
-void DeviceCore::sendImageBlock(Link& link, ImageCamera camera, bool first) {
+bool DeviceCore::leaveConfigReadUnanswered() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto& remaining = faults_.unansweredConfigReads;
+    if (!remaining) return false;
+    const bool unanswered = *remaining > 0;
+    if (!unanswered || --*remaining == 0) remaining.reset();
+    return unanswered;
+}
+
+void DeviceCore::sendImageBlock(Link& link, ImageCamera camera, bool first,
+                                LinkFraming framing) {
     const auto d = description();
     const bool colour = camera == ImageCamera::Colour;
+    const bool usb = framing == LinkFraming::Usb;
     const std::size_t imageBytes = colour ? d->colourImageBytes : d->greyImageBytes;
-    const std::size_t blockBytes = colour ? ethernetColourHalfBlockBytes(d->geometry)
-                                          : ethernetGreyBlockBytes(d->geometry);
+    const GeometryWords& g = d->geometry;
+    const std::size_t blockBytes =
+        colour ? (usb ? usbColourBlockBytes(g) : ethernetColourHalfBlockBytes(g))
+               : (usb ? usbGreyBlockBytes(g) : ethernetGreyBlockBytes(g));
     if (imageBytes == 0) return;
 
     ImageStream& stream = images_[static_cast<std::size_t>(camera)];

@@ -6,6 +6,7 @@
 // the link's framing; VirtualTracker carries it over TCP.
 #pragma once
 
+#include "sim/CommandFraming.h"
 #include "sim/DeviceDescription.h"
 #include "sim/ImagePattern.h"
 #include "sim/MarkerFrame.h"
@@ -61,6 +62,10 @@ struct FaultSettings {
     std::optional<std::uint16_t> wifiAnnouncedLength;
     // Wi-Fi only: status frames end in 0xFE 0xFE instead of 0xFF 0xFE.
     bool badWifiStatusFrame = false;
+    // Leave this many further configuration reads (0x0A) unanswered. The
+    // value counts down with each read left unanswered and clears itself at
+    // zero, so the read after them is answered again. Every framing.
+    std::optional<std::size_t> unansweredConfigReads;
 };
 
 class DeviceCore {
@@ -112,8 +117,14 @@ public:
     // (or after a new frame or source was set), of the frame the next request
     // would get, without counting a request. Nothing when the source throws.
     std::optional<StatusFields> status(Link& link);
-    // Sends the next block of a camera's image (Ethernet block sizes).
-    void sendImageBlock(Link& link, ImageCamera camera, bool first);
+    // True when the unanswered-configuration-reads fault takes this read,
+    // which it then counts down.
+    bool leaveConfigReadUnanswered();
+    // Sends the next block of a camera's image in the block size of the
+    // framing: on Ethernet a grey block or a colour half-block, on USB a USB
+    // grey or colour block.
+    void sendImageBlock(Link& link, ImageCamera camera, bool first,
+                        LinkFraming framing = LinkFraming::Ethernet);
 
 private:
     // Where a camera's image transfer stands. The image counter lives as long

@@ -125,4 +125,14 @@ std::uint32_t ethernetColourHalfBlockBytes(const GeometryWords& geometry) {
     return count * transferUnitBytes(geometry);
 }
 
+std::uint32_t usbGreyBlockBytes(const GeometryWords& geometry) {
+    const std::uint32_t count = geometry.usbGreyCount == 0 ? 160u : geometry.usbGreyCount;
+    return count * transferUnitBytes(geometry);
+}
+
+std::uint32_t usbColourBlockBytes(const GeometryWords& geometry) {
+    const std::uint32_t count = geometry.usbColourCount == 0 ? 225u : geometry.usbColourCount;
+    return count * transferUnitBytes(geometry);
+}
+
 }  // namespace vyx::sim

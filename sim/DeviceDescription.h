@@ -142,5 +142,8 @@ DeviceDescription descriptionForModel(const std::string& modelText);
 std::uint32_t transferUnitBytes(const GeometryWords& geometry);
 std::uint32_t ethernetGreyBlockBytes(const GeometryWords& geometry);
 std::uint32_t ethernetColourHalfBlockBytes(const GeometryWords& geometry);
+// Block sizes it serves on USB: a whole colour block, not a half-block.
+std::uint32_t usbGreyBlockBytes(const GeometryWords& geometry);
+std::uint32_t usbColourBlockBytes(const GeometryWords& geometry);
 
 }  // namespace vyx::sim

@@ -22,4 +22,10 @@ std::vector<std::uint8_t> expectedImage(ImageCamera camera, std::uint32_t imageI
     return image;
 }
 
+std::uint32_t servedImageIndex(ImageCamera camera, std::uint8_t firstByte) {
+    // 183 is the inverse of 7 modulo 256.
+    const auto c = static_cast<std::uint32_t>(camera);
+    return (183u * ((firstByte + 256u * 4u - 85u * c) % 256u)) % 256u;
+}
+
 }  // namespace vyx::sim

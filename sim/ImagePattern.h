@@ -30,4 +30,8 @@ void fillImagePattern(ImageCamera camera, std::uint32_t imageIndex, std::size_t 
 std::vector<std::uint8_t> expectedImage(ImageCamera camera, std::uint32_t imageIndex,
                                         std::size_t imageBytes);
 
+// Which image of `camera` starts with `firstByte`, modulo 256: the inverse of
+// the pattern at offset 0, so that a host can tell which image it was given.
+std::uint32_t servedImageIndex(ImageCamera camera, std::uint8_t firstByte);
+
 }  // namespace vyx::sim

@@ -24,8 +24,10 @@ void sendMarkerFrame(DeviceCore& core, DeviceCore::Link& link, const FaultSettin
     core.sendMarkerFrame(link, bytes, std::min(fault.shortMarkerFrameBytes.value_or(size), size));
 }
 
-void answerEthernet(std::uint8_t command, DeviceCore& core, DeviceCore::Link& link,
-                    const FaultSettings& fault) {
+// Ethernet and USB answer the same commands alike, except that trigger and
+// mode are echoed on Ethernet only and image blocks take the framing's size.
+void answerEthernetOrUsb(std::uint8_t command, LinkFraming framing, DeviceCore& core,
+                         DeviceCore::Link& link, const FaultSettings& fault) {
     switch (command) {
         case code::kMarkerRequest: {
             const auto frame = core.takeMarkerFrame(link);
@@ -36,9 +38,10 @@ void answerEthernet(std::uint8_t command, DeviceCore& core, DeviceCore::Link& li
         }
         case code::kTrigger:
         case code::kAcquireMode:
-            link.send(&command, 1);
+            if (framing == LinkFraming::Ethernet) link.send(&command, 1);
             break;
         case code::kConfigRead: {
+            if (core.leaveConfigReadUnanswered()) break;
             const auto data = encodeShortConfiguration(*core.description(), defectsOf(fault));
             link.send(data.data(), fault.omitSecondConfigBlock ? kConfigBlockBytes : data.size());
             break;
@@ -55,15 +58,17 @@ void answerEthernet(std::uint8_t command, DeviceCore& core, DeviceCore::Link& li
             break;
         case code::kLeftGreyFirst:
         case code::kLeftGreyNext:
-            core.sendImageBlock(link, ImageCamera::LeftGrey, command == code::kLeftGreyFirst);
+            core.sendImageBlock(link, ImageCamera::LeftGrey, command == code::kLeftGreyFirst,
+                                framing);
             break;
         case code::kRightGreyFirst:
         case code::kRightGreyNext:
-            core.sendImageBlock(link, ImageCamera::RightGrey, command == code::kRightGreyFirst);
+            core.sendImageBlock(link, ImageCamera::RightGrey, command == code::kRightGreyFirst,
+                                framing);
             break;
         case code::kColourFirst:
         case code::kColourNext:
-            core.sendImageBlock(link, ImageCamera::Colour, command == code::kColourFirst);
+            core.sendImageBlock(link, ImageCamera::Colour, command == code::kColourFirst, framing);
             break;
         default:
             break;  // settings, system commands and unknown codes: recorded only
@@ -93,6 +98,7 @@ void answerWifi(std::uint8_t command, DeviceCore& core, DeviceCore::Link& link,
             break;
         }
         case code::kConfigRead: {
+            if (core.leaveConfigReadUnanswered()) break;
             const auto frame = encodeWifiConfigurationFrame(*core.description(), defectsOf(fault));
             link.send(frame.data(),
                       fault.omitSecondConfigBlock ? 4 + kConfigBlockBytes : frame.size());
@@ -113,10 +119,10 @@ void answerCommand(const std::vector<std::uint8_t>& packet, LinkFraming framing,
     if (packet.empty()) return;
     const FaultSettings fault = core.faults();
     if (fault.stopAnswering) return;
-    if (framing == LinkFraming::Ethernet)
-        answerEthernet(packet[0], core, link, fault);
-    else
+    if (framing == LinkFraming::WiFi)
         answerWifi(packet[0], core, link, fault);
+    else
+        answerEthernetOrUsb(packet[0], framing, core, link, fault);
 }
 
 }  // namespace vyx::sim

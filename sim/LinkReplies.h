@@ -1,6 +1,6 @@
-// What the tracker sends for each command on a link of either framing: the
-// device core's answer in the Ethernet or the Wi-Fi wire form. The command
-// tables are in VirtualTracker.h.
+// What the tracker sends for each command on a link of any framing: the
+// device core's answer in the Ethernet, Wi-Fi or USB wire form. The command
+// tables are in VirtualTracker.h (Ethernet, Wi-Fi) and UsbTracker.h (USB).
 #pragma once
 
 #include "sim/CommandFraming.h"

@@ -94,6 +94,12 @@ std::string describe(const Motion& motion) {
                  << motion.spinRadPerSecond << " rad/s";
             return text.str();
         }
+        case Motion::Kind::Steps: {
+            std::ostringstream text;
+            text << "stepping through " << motion.placements.size() << " placements, "
+                 << motion.secondsPerStep << " s each";
+            return text.str();
+        }
     }
     return "";
 }
@@ -137,6 +143,19 @@ void checkPivot(const RigidBody& body) {
         throw std::invalid_argument("body '" + body.name + "' pivots at a non-finite rate");
 }
 
+void checkSteps(const RigidBody& body) {
+    const Motion& m = body.motion;
+    if (m.placements.empty())
+        throw std::invalid_argument("body '" + body.name + "' steps through no placements");
+    if (!(m.secondsPerStep > 0.0) || !std::isfinite(m.secondsPerStep))
+        throw std::invalid_argument("body '" + body.name +
+                                    "' steps with a step time that is not positive: " +
+                                    std::to_string(m.secondsPerStep));
+    for (const Placement& p : m.placements)
+        if (!isFinite(p.rotationVector) || !isFinite(p.translationMm))
+            throw std::invalid_argument("body '" + body.name + "' has a non-finite placement");
+}
+
 void checkScene(const Scene& scene) {
     if (!(scene.frameRateHz > 0.0) || !std::isfinite(scene.frameRateHz))
         throw std::invalid_argument("scene frame rate must be positive, not " +
@@ -154,6 +173,7 @@ void checkScene(const Scene& scene) {
                                         "' oscillates with a period that is not positive: " +
                                         std::to_string(m.periodSeconds));
         if (m.kind == Motion::Kind::Pivot) checkPivot(body);
+        if (m.kind == Motion::Kind::Steps) checkSteps(body);
         if (body.kind != 'T' && body.kind != 'C')
             throw std::invalid_argument("body '" + body.name + "' has kind '" +
                                         std::string(1, body.kind) + "', not 'T' or 'C'");
@@ -204,6 +224,14 @@ Motion Motion::pivot(const Point3& pivotPoint, const Point3& axis, double halfAn
     return motion;
 }
 
+Motion Motion::steps(std::vector<Placement> placements, double secondsPerStep) {
+    Motion motion;
+    motion.kind = Kind::Steps;
+    motion.placements = std::move(placements);
+    motion.secondsPerStep = secondsPerStep;
+    return motion;
+}
+
 Point3 Motion::at(const Point3& p, double seconds) const {
     switch (kind) {
         case Kind::Still:
@@ -241,6 +269,20 @@ Point3 Motion::at(const Point3& p, double seconds) const {
             v = rotateAbout(v, pivotTiltAxis(a), halfAngleRad);
             v = rotateAbout(v, a, azimuth);
             return {c.x + v.x, c.y + v.y, c.z + v.z};
+        }
+        case Kind::Steps: {
+            if (placements.empty()) break;
+            const double step = std::floor(seconds / secondsPerStep + 1e-9);
+            const std::size_t last = placements.size() - 1;
+            const Placement& placed =
+                placements[step <= 0.0 ? 0
+                                       : static_cast<std::size_t>(
+                                             std::min(step, static_cast<double>(last)))];
+            const double angle = norm(placed.rotationVector);
+            const Point3 r =
+                angle > 0.0 ? rotateAbout(p, unitOf(placed.rotationVector), angle) : p;
+            const Point3& t = placed.translationMm;
+            return {r.x + t.x, r.y + t.y, r.z + t.z};
         }
     }
     return p;

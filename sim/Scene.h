@@ -42,9 +42,17 @@ struct SceneMarker {
     Visibility visibility = Visibility::Both;
 };
 
+// One placement of a Steps motion: a point p goes to R p + translationMm, R
+// the rotation by |rotationVector| radians about its direction (right-handed,
+// about the measurement frame's origin; the zero vector does not turn).
+struct Placement {
+    Point3 rotationVector;
+    Point3 translationMm;
+};
+
 // Scripted motion of a rigid body over time t (seconds since frame 0).
 struct Motion {
-    enum class Kind { Still, Translate, Rotate, Oscillate, Pivot };
+    enum class Kind { Still, Translate, Rotate, Oscillate, Pivot, Steps };
     Kind kind = Kind::Still;
     // Translate: every point moves by velocity x t.
     Point3 velocityMmPerSecond;
@@ -72,6 +80,15 @@ struct Motion {
     double halfAngleRad = 0.0;
     double precessionRadPerSecond = 0.0;
     double spinRadPerSecond = 0.0;
+    // Steps: the body is put at each placement in turn, as a robot arm
+    // driven from pose to pose and held at each: placement k from k x
+    // secondsPerStep on (a time within 1e-9 of a step of that start counts
+    // as in it, so that steps of whole frames land on their frames), the
+    // last one ever after. The points are given in the rest pose, which the
+    // body need not take at any time (at least one placement; secondsPerStep
+    // positive and finite).
+    std::vector<Placement> placements;
+    double secondsPerStep = 1.0;
 
     static Motion still() { return {}; }
     static Motion translate(const Point3& velocityMmPerSecond);
@@ -79,10 +96,11 @@ struct Motion {
     static Motion oscillate(const Point3& amplitudeMm, double periodSeconds);
     static Motion pivot(const Point3& pivotPoint, const Point3& axis, double halfAngleRad,
                         double precessionRadPerSecond, double spinRadPerSecond);
+    static Motion steps(std::vector<Placement> placements, double secondsPerStep);
 
     // Where the motion takes a point `seconds` after frame 0: a point that
-    // is at `p` at time 0 for every kind but Pivot, a point at `p` in the
-    // rest pose for Pivot.
+    // is at `p` at time 0 for every kind but Pivot and Steps, a point at `p`
+    // in the rest pose for those two.
     Point3 at(const Point3& p, double seconds) const;
 };
 
@@ -91,10 +109,11 @@ struct Motion {
 //
 // A body's points are given in its rest pose: where they are before any
 // motion is applied, which is where they are at time 0 unless the body or a
-// body carrying it pivots. A body attached to another is carried rigidly by
-// it: a point goes first where the body's own motion takes it, then where the
-// carrying body's motion (and, in turn, that of whatever carries that body)
-// takes that point. The carrying body must come earlier in the scene's list.
+// body carrying it pivots or steps. A body attached to another is carried
+// rigidly by it: a point goes first where the body's own motion takes it,
+// then where the carrying body's motion (and, in turn, that of whatever
+// carries that body) takes that point. The carrying body must come earlier in
+// the scene's list.
 //
 // Tool frame: the origin is the centroid of the body's points in the rest
 // pose (all of them, whatever their visibility) and the axes are those of the
@@ -181,7 +200,9 @@ public:
     // finite, a negative or non-finite noise sigma, a rotation about a zero
     // axis, an oscillation whose period is not positive and finite, a pivot
     // about a zero or non-finite axis, with a half-angle outside [0, pi / 2)
-    // or a rate that is not finite, a body kind other than 'T' and 'C', a
+    // or a rate that is not finite, a steps motion without placements, with
+    // a step time that is not positive and finite or a placement that is
+    // not finite, a body kind other than 'T' and 'C', a
     // tool file perturbation that is negative or not finite, or a body
     // attached to itself or to a name no earlier body has.
     SceneRenderer(const DeviceDescription& description, Scene scene);

@@ -105,7 +105,7 @@ struct BodyLines {
 
 void applyMotion(const Statement& s, RigidBody& body) {
     if (s.arguments() < 1)
-        s.fail("'motion' needs 'still', 'translate', 'rotate', 'oscillate' or 'pivot'");
+        s.fail("'motion' needs 'still', 'translate', 'rotate', 'oscillate', 'pivot' or 'steps'");
     const std::string& kind = s.argument(1);
     if (kind == "still") {
         s.expectArguments(1, 1, "nothing after 'still'");
@@ -133,9 +133,14 @@ void applyMotion(const Statement& s, RigidBody& body) {
         if (!(halfAngle >= 0.0 && halfAngle < kQuarterTurn))
             s.fail("pivot half-angle must be from 0 to below pi / 2 rad");
         body.motion = Motion::pivot(s.point(2), axis, halfAngle, s.number(9), s.number(10));
+    } else if (kind == "steps") {
+        s.expectArguments(2, 2, "'steps SECONDS_PER_STEP'");
+        const double secondsPerStep = s.number(2);
+        if (!(secondsPerStep > 0.0)) s.fail("step time must be above 0");
+        body.motion = Motion::steps({}, secondsPerStep);
     } else {
         s.fail("unknown motion '" + kind +
-               "' (expected still, translate, rotate, oscillate or pivot)");
+               "' (expected still, translate, rotate, oscillate, pivot or steps)");
     }
 }
 
@@ -187,6 +192,12 @@ void apply(const Statement& s, Scene& scene, std::vector<BodyLines>& bodyLines,
                    std::to_string(bodyLines.back().motionLine) + ")");
         applyMotion(s, body);
         bodyLines.back().motionLine = line;
+    } else if (keyword == "step") {
+        s.expectArguments(6, 6, "'RX RY RZ TX TY TZ'");
+        RigidBody& body = currentBody();
+        if (body.motion.kind != Motion::Kind::Steps)
+            s.fail("'step' needs a 'motion steps' line of its body before it");
+        body.motion.placements.push_back({s.point(1), s.point(4)});
     } else if (keyword == "kind") {
         s.expectArguments(1, 1, "'T' or 'C'");
         currentBody().kind = s.choice(1, "T", "C") ? 'T' : 'C';
@@ -281,10 +292,15 @@ Scene parseScene(std::istream& text, const std::string& source) {
         apply(Statement(source, lineNumber, std::move(words)), scene, bodyLines, lineNumber);
     }
     if (text.bad()) throw SceneFileError(source, lineNumber + 1, "read error");
-    for (std::size_t i = 0; i < scene.bodies.size(); ++i)
-        if (scene.bodies[i].points.empty())
+    for (std::size_t i = 0; i < scene.bodies.size(); ++i) {
+        const RigidBody& body = scene.bodies[i];
+        if (body.points.empty())
             throw SceneFileError(source, bodyLines[i].bodyLine,
-                                 "body '" + scene.bodies[i].name + "' has no 'point' lines");
+                                 "body '" + body.name + "' has no 'point' lines");
+        if (body.motion.kind == Motion::Kind::Steps && body.motion.placements.empty())
+            throw SceneFileError(source, bodyLines[i].motionLine,
+                                 "body '" + body.name + "' steps but has no 'step' lines");
+    }
     return scene;
 }
 
@@ -336,6 +352,11 @@ std::string formatScene(const Scene& scene) {
                 out += "motion pivot " + exact(m.centre) + " " + exact(m.axis) + " " +
                        exact(m.halfAngleRad) + " " + exact(m.precessionRadPerSecond) + " " +
                        exact(m.spinRadPerSecond) + "\n";
+                break;
+            case Motion::Kind::Steps:
+                out += "motion steps " + exact(m.secondsPerStep) + "\n";
+                for (const Placement& p : m.placements)
+                    out += "step " + exact(p.rotationVector) + " " + exact(p.translationMm) + "\n";
                 break;
         }
         if (body.kind != 'T') out += std::string("kind ") + body.kind + "\n";

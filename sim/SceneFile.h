@@ -31,6 +31,14 @@
 //                                 that point, sweeps a cone of HALF_ANGLE_RAD
 //                                 (0 to below pi / 2) about it while the body
 //                                 spins about its shaft (Scene.h: Motion)
+//   motion steps SECONDS_PER_STEP is put at each of the placements of the
+//                                 'step' lines that follow, in turn, each
+//                                 held for SECONDS_PER_STEP, the last ever
+//                                 after (Scene.h: Motion)
+//   step RX RY RZ TX TY TZ        one placement of the current body's steps:
+//                                 a point p goes to R p + (TX, TY, TZ), R the
+//                                 turn by the rotation vector (RX, RY, RZ),
+//                                 radians, about the origin
 //   kind T|C                      the current body is a tool (T, the default)
 //                                 or a calibrator (C)
 //   attach NAME                   the current body is carried by the earlier
@@ -60,7 +68,8 @@
 //                                 0 0; a host flags a frame above 5)
 //
 // A setting given twice takes its last value (also kind, attach, perturb,
-// tip and tipaxis). A body needs at least one point and at most one motion line.
+// tip and tipaxis). A body needs at least one point and at most one motion
+// line; a steps motion needs at least one step line.
 // Example:
 //
 //   framerate 60

@@ -313,4 +313,40 @@ Scene selfCalibrationScene(double perturbationMm, std::uint64_t seed) {
     return scene;
 }
 
+LengthBar lengthBarScene(double certificateScale, double radPerSecond) {
+    if (!(certificateScale > 0.0) || !std::isfinite(certificateScale))
+        throw std::invalid_argument("a certificate scale must be positive and finite, not " +
+                                    std::to_string(certificateScale));
+    // End A's centre and design, then end B's.
+    const Point3 centres[2] = {{-110.0, 20.0, 1480.0}, {170.0, 20.0, 1520.0}};
+    const Point3 designs[2][4] = {{{40, 40, 0}, {-30, 50, 0}, {-15, -45, 0}, {-20, 10, 0}},
+                                  {{25, 0, 0}, {-50, 0, 0}, {-50, 45, 0}, {15, -50, 0}}};
+    RigidBody bar;
+    bar.name = "lengthbar";
+    bar.listed = false;
+    for (int end = 0; end < 2; ++end) {
+        const Point3& c = centres[end];
+        for (const Point3& d : designs[end])
+            bar.points.push_back({{c.x + d.x, c.y + d.y, c.z + d.z}, Visibility::Both});
+    }
+    bar.motion = Motion::rotate({0.25, -0.2, 1.0}, {0.0, 0.0, 1500.0}, radPerSecond);
+
+    LengthBar out;
+    const std::vector<Point3> local = toolMarkers(bar);
+    for (const Point3& p : local)
+        out.certificate.push_back(
+            {certificateScale * p.x, certificateScale * p.y, certificateScale * p.z});
+    Point3 centroid[2];
+    for (std::size_t i = 0; i < local.size(); ++i) {
+        Point3& c = centroid[i / 4];
+        c = {c.x + local[i].x / 4.0, c.y + local[i].y / 4.0, c.z + local[i].z / 4.0};
+    }
+    const Point3 d = minus(centroid[0], centroid[1]);
+    out.trueLengthMm = std::sqrt(d.x * d.x + d.y * d.y + d.z * d.z);
+    out.certifiedLengthMm = certificateScale * out.trueLengthMm;
+    out.scene.frameRateHz = 60.0;
+    out.scene.bodies.push_back(std::move(bar));
+    return out;
+}
+
 }  // namespace vyx::sim

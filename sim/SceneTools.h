@@ -174,4 +174,37 @@ Scene toolMakingScene(std::size_t markerCount);
 // negative or not finite.
 Scene selfCalibrationScene(double perturbationMm = 0.4, std::uint64_t seed = 1);
 
+// A length bar for the accuracy check, with its certificate.
+struct LengthBar {
+    Scene scene;
+    // The certified marker coordinates, in certificate order (end A = 0..3,
+    // end B = 4..7): the bar's true tool-frame points (toolMarkers()) scaled
+    // about their centroid by the certificate scale, so that a certificate
+    // whose scale is not 1 claims a length that the bar does not have.
+    std::vector<Point3> certificate;
+    // Distance between the true centroids of the two ends, and the one the
+    // certificate gives (certificate scale x true length).
+    double trueLengthMm = 0.0;
+    double certifiedLengthMm = 0.0;
+};
+
+// The accuracy check's artefact: one unlisted eight-marker body "lengthbar"
+// (no tool file: the host defines the artefact from the certificate), a bar
+// with a group of four markers at each end, nothing else in view. Rest pose,
+// each group in a plane facing the cameras, x and y about its centre:
+//   end A  (40, 40), (-30, 50), (-15, -45), (-20, 10) about (-110, 20, 1480)
+//   end B  (25, 0), (-50, 0), (-50, 45), (15, -50)    about (170, 20, 1520)
+// so the ends' centroids lie 274.6 mm apart. Within the two groups every
+// inter-marker distance (41 to 115 mm) differs from every other by more than
+// 3.6 mm, so each end is recognised on its own, and end A's markers never
+// pass for end B's. The bar turns at `radPerSecond` about the axis
+// (0.25, -0.2, 1) through (0, 0, 1500), off its own centre: its centre
+// circles, it points in every direction of its tilted plane of turning, and
+// its markers sweep depths of about 1390 to 1620 mm; every marker stays in
+// both images, more than 30 px from every other, through a whole turn.
+// 60 frames per second, no noise, no strays.
+// Ground truth: bodyPoseAt() of body 0, toolMarkers() of it, trueLengthMm.
+// Throws std::invalid_argument for a scale that is not positive and finite.
+LengthBar lengthBarScene(double certificateScale = 1.0, double radPerSecond = 1.0);
+
 }  // namespace vyx::sim

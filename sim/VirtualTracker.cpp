@@ -343,6 +343,8 @@ std::uint16_t VirtualTracker::port() const { return impl_->boundPort.load(); }
 void VirtualTracker::setFraming(LinkFraming framing) {
     if (impl_->running.load())
         throw std::logic_error("the framing of a running virtual tracker cannot change");
+    if (framing == LinkFraming::Usb)
+        throw std::invalid_argument("the USB link is served by VirtualUsbTracker, not over TCP");
     impl_->framing = framing;
 }
 

@@ -110,8 +110,10 @@ public:
     // Idempotent. The tracker can be started again afterwards.
     void stop() noexcept;
     bool isRunning() const;
-    // The framing served from the next start() on. Throws std::logic_error
-    // while the tracker is running.
+    // The framing served from the next start() on: Ethernet or Wi-Fi (USB
+    // is served by VirtualUsbTracker of UsbTracker.h and throws
+    // std::invalid_argument here). Throws std::logic_error while the tracker
+    // is running.
     void setFraming(LinkFraming framing);
     LinkFraming framing() const;
     // The bound port while running, else 0.

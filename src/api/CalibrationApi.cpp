@@ -95,11 +95,11 @@ VYX_API int Vyx_SaveToolSelfCalibration(VyxHandle handle, E_ToolFixRlt decision)
     return connectedCall(handle, [&](VyxPosFunc& e) { return e.Zelmor_SaveToolSelfCalbation(decision); });
 }
 
-VYX_API int Vyx_InitAccuracyCheckTool(VyxHandle handle, const char* name1, const char* name2,
-                                      const char* name3) {
-    if (name1 == nullptr || name2 == nullptr || name3 == nullptr) return RV_FAILED;
+VYX_API int Vyx_InitAccuracyCheckTool(VyxHandle handle, const char* artefact, const char* endA,
+                                      const char* endB) {
+    if (artefact == nullptr || endA == nullptr || endB == nullptr) return RV_FAILED;
     return connectedCall(handle, [&](VyxPosFunc& e) {
-        return e.Zelmor_AccuracyCheckInitTool(name1, name2, name3);
+        return e.Zelmor_AccuracyCheckInitTool(artefact, endA, endB);
     });
 }
 
@@ -111,9 +111,9 @@ VYX_API int Vyx_AccuracyCheckTool(VyxHandle handle, double** points, int count,
 }
 
 VYX_API int Vyx_CalculateTool(VyxHandle handle, T_MarkerInfo* markers,
-                              T_AccuracyToolResult* result, bool flag) {
+                              T_AccuracyToolResult* result, bool collect) {
     return connectedCall(handle, markers != nullptr && result != nullptr, [&](VyxPosFunc& e) {
-        return e.Zelmor_CalculateToolsRt(*markers, *result, flag);
+        return e.Zelmor_CalculateToolsRt(*markers, *result, collect);
     });
 }
 

@@ -130,6 +130,20 @@ VYX_ASSERT_OFFSET(T_ToolTipPivotQuality, Verdict, 84);
 static_assert(sizeof(T_ToolTipPivotQuality) == 88, "T_ToolTipPivotQuality size");
 static_assert(sizeof(E_PivotVerdict) == 4, "enumerations are 32-bit");
 
+VYX_ASSERT_OFFSET(T_RobotPosePair, FlangeInBase, 0);
+VYX_ASSERT_OFFSET(T_RobotPosePair, ToolInTracker, 96);
+static_assert(sizeof(T_RobotPosePair) == 192, "T_RobotPosePair size");
+
+VYX_ASSERT_OFFSET(T_RobotCalibrationResult, TrackerToBase, 0);
+VYX_ASSERT_OFFSET(T_RobotCalibrationResult, ToolToFlange, 96);
+VYX_ASSERT_OFFSET(T_RobotCalibrationResult, RmsResidualMm, 192);
+VYX_ASSERT_OFFSET(T_RobotCalibrationResult, RmsResidualDeg, 200);
+VYX_ASSERT_OFFSET(T_RobotCalibrationResult, MaxResidualMm, 208);
+VYX_ASSERT_OFFSET(T_RobotCalibrationResult, MaxResidualDeg, 216);
+VYX_ASSERT_OFFSET(T_RobotCalibrationResult, PairCount, 224);
+VYX_ASSERT_OFFSET(T_RobotCalibrationResult, WorstPairIndex, 228);
+static_assert(sizeof(T_RobotCalibrationResult) == 232, "T_RobotCalibrationResult size");
+
 VYX_ASSERT_OFFSET(t_ToolFixProInfo, frameUsed, 0);
 VYX_ASSERT_OFFSET(t_ToolFixProInfo, frameCounted, 1);
 VYX_ASSERT_OFFSET(t_ToolFixProInfo, frameCount, 4);
@@ -142,3 +156,14 @@ VYX_ASSERT_OFFSET(t_ToolMadeProInfo, progress, 4);
 VYX_ASSERT_OFFSET(t_ToolMadeProInfo, finished, 8);
 VYX_ASSERT_OFFSET(t_ToolMadeProInfo, meanError, 12);
 static_assert(sizeof(t_ToolMadeProInfo) == 16, "t_ToolMadeProInfo size");
+
+VYX_ASSERT_OFFSET(T_AccuracyToolResult, ValidFlag, 0);
+VYX_ASSERT_OFFSET(T_AccuracyToolResult, PointCount, 4);
+VYX_ASSERT_OFFSET(T_AccuracyToolResult, MeanError, 8);
+VYX_ASSERT_OFFSET(T_AccuracyToolResult, PointError, 20);
+VYX_ASSERT_OFFSET(T_AccuracyToolResult, RotationMatrix, 820);
+VYX_ASSERT_OFFSET(T_AccuracyToolResult, Translation, 856);
+VYX_ASSERT_OFFSET(T_AccuracyToolResult, Length, 868);
+VYX_ASSERT_OFFSET(T_AccuracyToolResult, LengthError, 872);
+VYX_ASSERT_OFFSET(T_AccuracyToolResult, CollectedCount, 876);
+static_assert(sizeof(T_AccuracyToolResult) == 880, "T_AccuracyToolResult size");

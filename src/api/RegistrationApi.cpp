@@ -42,4 +42,13 @@ VYX_API int Vyx_CalculateRobotTargetPose(VyxHandle handle, const double (*pose)[
     });
 }
 
+VYX_API int Vyx_CalculateRobotCalibration(VyxHandle handle, const T_RobotPosePair* pairs,
+                                          int count, T_RobotCalibrationResult* result) {
+    const bool valid = pairs != nullptr && result != nullptr && count >= 3 &&
+                       count <= VYX_MAX_ROBOT_POSE_PAIRS;
+    return lockedCall(handle, valid, [&](VyxPosFunc& e) {
+        return e.Zelmor_CalculateRobotCalibration(pairs, count, *result);
+    });
+}
+
 }  // extern "C"

@@ -28,10 +28,10 @@ float* firstTipPair(T_ToolPtMatchInfo& tool) {
 }
 
 int ToolTipCalibration::start(ToolLibrary& library, ToolTipProgress& shared,
-                              std::uint32_t calibrator, std::uint32_t tool) {
+                              std::uint32_t calibrator, std::uint32_t tool, bool zeroTip) {
     T_ToolPtMatchInfo* record = library.toolAt(tool);
     if (record == nullptr || library.toolAt(calibrator) == nullptr) return -1;
-    std::fill_n(firstTipPair(*record), 6, 0.0f);
+    if (zeroTip) std::fill_n(firstTipPair(*record), 6, 0.0f);
     calibratorIndex_ = calibrator;
     shared.toolIndex = tool;
     errorList_.clear();
@@ -51,28 +51,52 @@ int ToolTipCalibration::init(ToolLibrary& library, ToolTipProgress& shared, int 
         toolIndex >= count)
         return -1;
     return start(library, shared, static_cast<std::uint32_t>(calibratorIndex),
-                 static_cast<std::uint32_t>(toolIndex));
+                 static_cast<std::uint32_t>(toolIndex), true);
+}
+
+bool ToolTipCalibration::resolveNames(const ToolLibrary& library, const char* name1,
+                                      const char* name2, std::uint32_t& calibrator,
+                                      std::uint32_t& tool) {
+    if (name1 == nullptr || name2 == nullptr || library.count() == 0) return false;
+    int toolPosition = -1, calibratorPosition = -1, index = 0;
+    for (const auto& record : library) {
+        if (record && (record->toolName == name1 || record->toolName == name2)) {
+            if (record->toolKind == 'T') toolPosition = index;
+            if (record->toolKind == 'C') calibratorPosition = index;
+        }
+        ++index;
+    }
+    if (toolPosition < 0 || calibratorPosition < 0) return false;
+    calibrator = static_cast<std::uint32_t>(calibratorPosition);
+    tool = static_cast<std::uint32_t>(toolPosition);
+    return true;
 }
 
 int ToolTipCalibration::init(ToolLibrary& library, ToolTipProgress& shared, const char* name1,
                              const char* name2) {
-    if (name1 == nullptr || name2 == nullptr || library.count() == 0) return -1;
-    int tool = -1, calibrator = -1, index = 0;
-    for (const auto& record : library) {
-        if (record && (record->toolName == name1 || record->toolName == name2)) {
-            if (record->toolKind == 'T') tool = index;
-            if (record->toolKind == 'C') calibrator = index;
-        }
-        ++index;
-    }
-    if (tool < 0 || calibrator < 0) return -1;
-    return start(library, shared, static_cast<std::uint32_t>(calibrator),
-                 static_cast<std::uint32_t>(tool));
+    std::uint32_t calibrator = 0, tool = 0;
+    if (!resolveNames(library, name1, name2, calibrator, tool)) return -1;
+    return start(library, shared, calibrator, tool, true);
+}
+
+int ToolTipCalibration::select(ToolLibrary& library, ToolTipProgress& shared, const char* name1,
+                               const char* name2) {
+    std::uint32_t calibrator = 0, tool = 0;
+    if (!resolveNames(library, name1, name2, calibrator, tool)) return -1;
+    return start(library, shared, calibrator, tool, false);
 }
 
 int ToolTipCalibration::proceed(ToolLibrary& library, ToolTipProgress& shared,
                                 const T_MarkerInfo& frame, t_ToolTipCalProInfo& info,
                                 float toolFindOffset) {
+    T_ToolPtMatchInfo* tool = library.toolAt(shared.toolIndex);
+    float* tipPair = tool != nullptr ? firstTipPair(*tool) : nullptr;
+    return proceedInto(library, shared, frame, info, toolFindOffset, tipPair);
+}
+
+int ToolTipCalibration::proceedInto(ToolLibrary& library, ToolTipProgress& shared,
+                                    const T_MarkerInfo& frame, t_ToolTipCalProInfo& info,
+                                    float toolFindOffset, float* holeSums) {
     info.finished = shared.finished;
     info.progress = shared.progress;
     if (frame.MarkerNumber < kMinFrameMarkers || frame.MarkerNumber > kMaxFrameMarkers) return -1;
@@ -82,7 +106,7 @@ int ToolTipCalibration::proceed(ToolLibrary& library, ToolTipProgress& shared,
     info.progress = shared.progress;
     T_ToolPtMatchInfo* calibrator = library.toolAt(calibratorIndex_);
     T_ToolPtMatchInfo* tool = library.toolAt(shared.toolIndex);
-    if (calibrator == nullptr || tool == nullptr) return 0;
+    if (calibrator == nullptr || tool == nullptr || holeSums == nullptr) return 0;
 
     // The calibrator first; its hole points in tracker coordinates are kept
     // on its record for this frame only.
@@ -161,17 +185,16 @@ int ToolTipCalibration::proceed(ToolLibrary& library, ToolTipProgress& shared,
     shared.progress = static_cast<float>(shared.acceptedFrames) / kToolTipTargetFrames;
     info.progress = shared.progress;
 
-    float* tip = firstTipPair(*tool);
     if (candidate) {
         for (int k = 0; k < 3; ++k) {
-            tip[k] += hole[k];
-            tip[3 + k] += holeAxis[k];
+            holeSums[k] += hole[k];
+            holeSums[3 + k] += holeAxis[k];
         }
         ++summedFrames_;
     }
 
     if (shared.acceptedFrames == kToolTipTargetFrames) {
-        for (int k = 0; k < 6; ++k) tip[k] /= static_cast<float>(summedFrames_);
+        for (int k = 0; k < 6; ++k) holeSums[k] /= static_cast<float>(summedFrames_);
         summedFrames_ = 0;
         shared.acceptedFrames = 0;
         shared.finished = true;

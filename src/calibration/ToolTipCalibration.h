@@ -14,6 +14,10 @@
 // far, and each counted frame resets the threshold to that mean. Errors are
 // the tool's mean fit residual, mm.
 //
+// The per-frame step (proceedInto) also serves the tool coordinate renewal,
+// which averages the same hole positions into a sum of its own instead of
+// into the tool's tip pair.
+//
 // Plain state over the tool library; the engine runs it under its API mutex.
 #pragma once
 
@@ -57,12 +61,33 @@ public:
     int proceed(ToolLibrary& library, ToolTipProgress& shared, const T_MarkerInfo& frame,
                 t_ToolTipCalProInfo& info, float toolFindOffset);
 
+    // ---- The step shared with the tool coordinate renewal ---------------
+
+    // Chooses calibrator and tool by names as the name form of init does and
+    // starts over, but leaves the tool's tip pair as it is. -1 as init.
+    int select(ToolLibrary& library, ToolTipProgress& shared, const char* name1,
+               const char* name2);
+
+    // One frame, as proceed, except that the hole positions of the frames
+    // that count as candidates are added to holeSums (six floats: the hole's
+    // bottom, then its axis point, tool coordinates), which the 200th counted
+    // frame divides by the number of them. proceed passes the tool's own
+    // first tip pair. Results as proceed.
+    int proceedInto(ToolLibrary& library, ToolTipProgress& shared, const T_MarkerInfo& frame,
+                    t_ToolTipCalProInfo& info, float toolFindOffset, float* holeSums);
+
     // Rewrites the tip section of the tool's file: 0, or -1 when it cannot.
     static int save(ToolLibrary& library, const ToolTipProgress& shared);
 
 private:
+    // Takes calibrator and tool by position and starts over; zeroes the
+    // tool's first tip pair when zeroTip is set.
     int start(ToolLibrary& library, ToolTipProgress& shared, std::uint32_t calibrator,
-              std::uint32_t tool);
+              std::uint32_t tool, bool zeroTip);
+    // The positions of the last tool of kind 'T' and the last of kind 'C'
+    // named by either text; false when either is missing or a text is null.
+    static bool resolveNames(const ToolLibrary& library, const char* name1, const char* name2,
+                             std::uint32_t& calibrator, std::uint32_t& tool);
 
     std::uint32_t calibratorIndex_ = ToolLibrary::kNoToolSelected;
     std::uint32_t summedFrames_ = 0;

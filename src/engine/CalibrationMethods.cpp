@@ -1,5 +1,6 @@
-// Calibration, accuracy-check, registration and robot operations of the
-// engine: thin glue over the procedures in src/calibration and src/tracking.
+// Calibration, accuracy-check and registration operations of the engine:
+// thin glue over the procedures in src/calibration and src/tracking (the
+// robot's are in RobotMethods.cpp).
 // Those not built yet answer RV_FAILED until their procedure lands.
 #include "engine/VyxPosFunc.h"
 
@@ -68,26 +69,42 @@ int VyxPosFunc::Zelmor_SaveToolMadeRlt(bool save) {
     return toolMaking_.save(save, toolLibrary_, selfCalibration_);
 }
 
-int VyxPosFunc::Zelmor_CalibrationToolCoordinateRenewInit(const char*, const char*) {
-    return RV_FAILED;
+int VyxPosFunc::Zelmor_CalibrationToolCoordinateRenewInit(const char* name1, const char* name2) {
+    return coordinateRenewal_.init(toolLibrary_, name1, name2);
 }
-int VyxPosFunc::Zelmor_CalibrationToolCoordinateRenew(T_MarkerInfo&, t_ToolTipCalProInfo&) {
-    return RV_FAILED;
+
+int VyxPosFunc::Zelmor_CalibrationToolCoordinateRenew(T_MarkerInfo& markers,
+                                                      t_ToolTipCalProInfo& info) {
+    return coordinateRenewal_.proceed(toolLibrary_, markers, info,
+                                      toolFindOffset_.load(std::memory_order_relaxed));
 }
-int VyxPosFunc::Zelmor_SaveToolCoordinateRenew() { return RV_FAILED; }
-int VyxPosFunc::Zelmor_AccuracyCheckInitTool(const char*, const char*, const char*) {
-    return RV_FAILED;
+
+int VyxPosFunc::Zelmor_SaveToolCoordinateRenew() { return coordinateRenewal_.save(toolLibrary_); }
+
+int VyxPosFunc::Zelmor_AccuracyCheckInitTool(const char* artefact, const char* endA,
+                                             const char* endB) {
+    return accuracyCheck_.init(toolLibrary_, artefact, endA, endB);
 }
-int VyxPosFunc::Zelmor_AccuracyCheckTool(double**, int, T_AccuracyToolResult&) {
-    return RV_FAILED;
+
+int VyxPosFunc::Zelmor_AccuracyCheckTool(double** points, int count, T_AccuracyToolResult& result) {
+    return accuracyCheck_.checkPoints(points, count, result);
 }
-int VyxPosFunc::Zelmor_CalculateToolsRt(T_MarkerInfo&, T_AccuracyToolResult&, bool) {
-    return RV_FAILED;
+
+int VyxPosFunc::Zelmor_CalculateToolsRt(T_MarkerInfo& markers, T_AccuracyToolResult& result,
+                                        bool collect) {
+    return accuracyCheck_.measureFrame(markers, result, collect,
+                                       toolFindOffset_.load(std::memory_order_relaxed));
 }
-int VyxPosFunc::Zelmor_AccuracyCheckToolCalculateErro(float&, float&, float*) {
-    return RV_FAILED;
+
+int VyxPosFunc::Zelmor_AccuracyCheckToolCalculateErro(float& meanError, float& maxError,
+                                                      float* errors) {
+    return accuracyCheck_.collectedErrors(meanError, maxError, errors);
 }
-int VyxPosFunc::Zelmor_AccuracyToolMade(double**, int) { return RV_FAILED; }
+
+int VyxPosFunc::Zelmor_AccuracyToolMade(double** points, int count) {
+    return accuracyCheck_.defineArtefact(points, count);
+}
+
 int VyxPosFunc::Zelmor_InitMappingPointSetsForMarkerSpaceReg(const float (*points)[3], int count,
                                                              float tolerance) {
     return markerSpaceRegistration_.init(points, count, tolerance);
@@ -99,9 +116,3 @@ int VyxPosFunc::Zelmor_MappingPointSetsForMarkerSpaceReg(T_MarkerInfo& markers,
     if (result == nullptr) return RV_FAILED;
     return markerSpaceRegistration_.map(markers, *result, minMatch, recognitionSettings());
 }
-
-int VyxPosFunc::Zelmor_SetRobotCalculateRlt(const double (*)[4], const double (*)[4],
-                                            const char*) {
-    return RV_FAILED;
-}
-int VyxPosFunc::Zelmor_CalculateRobotTargetPose(const double (*)[3], float*) { return RV_FAILED; }

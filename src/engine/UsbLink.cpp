@@ -116,6 +116,8 @@ void VyxPosFunc::USBProcess() {
             sleepWhileRunning(std::chrono::milliseconds(100));
             continue;
         }
+        // A pause outside the lock lets a waiting API call take it.
+        sleepWhileRunning(std::chrono::microseconds(10));
         std::unique_lock<std::mutex> data(usb_.dataLock);
         std::uint32_t mask = usb_.acquireMask.load(std::memory_order_relaxed);
         if ((mask & (kGreyBit | kColorBit)) == 0 && mask != kMarkerBits) {

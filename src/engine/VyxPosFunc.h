@@ -5,8 +5,11 @@
 #pragma once
 
 #include "VyxPositionTypes.h"
+#include "calibration/AccuracyCheck.h"
 #include "calibration/PivotCalibration.h"
+#include "calibration/RobotTargetPose.h"
 #include "calibration/ToolMaking.h"
+#include "calibration/ToolCoordinateRenewal.h"
 #include "calibration/ToolSelfCalibration.h"
 #include "calibration/ToolTipCalibration.h"
 #include "camera/CameraParameters.h"
@@ -30,6 +33,7 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -251,7 +255,7 @@ public:
     int Zelmor_SaveToolSelfCalbation(E_ToolFixRlt decision);
     int Zelmor_AccuracyCheckInitTool(const char* name1, const char* name2, const char* name3);
     int Zelmor_AccuracyCheckTool(double** points, int count, T_AccuracyToolResult& result);
-    int Zelmor_CalculateToolsRt(T_MarkerInfo& markers, T_AccuracyToolResult& result, bool flag);
+    int Zelmor_CalculateToolsRt(T_MarkerInfo& markers, T_AccuracyToolResult& result, bool collect);
     int Zelmor_AccuracyCheckToolCalculateErro(float& meanError, float& maxError, float* errors);
     int Zelmor_AccuracyToolMade(double** points, int count);
     int Zelmor_InitToolMadeInfo(int markerCount, const char* name);
@@ -266,6 +270,9 @@ public:
     int Zelmor_SetRobotCalculateRlt(const double (*first)[4], const double (*second)[4],
                                     const char* name);
     int Zelmor_CalculateRobotTargetPose(const double (*pose)[3], float* target);
+    // Extension: the hand-eye calibration from pose pairs; needs no state.
+    int Zelmor_CalculateRobotCalibration(const T_RobotPosePair* pairs, int count,
+                                         T_RobotCalibrationResult& result);
 
     // ---- State read by the API layer and by tests -------------------------
     bool isRunning() const { return running_.load(std::memory_order_relaxed); }
@@ -383,8 +390,17 @@ private:
     ToolTipProgress tipProgress_;
     ToolTipCalibration tipCalibration_;
     PivotCalibration pivotCalibration_;
+    // Tool coordinate renewal: the tip calibration's step with its own
+    // state and progress, then the tool re-expressed in a tip-origin frame.
+    ToolCoordinateRenewal coordinateRenewal_;
+    // The accuracy check: the artefact, its end tools and the collected
+    // length errors.
+    AccuracyCheck accuracyCheck_;
     // The host's point set for marker-space registration.
     MarkerSpaceRegistration markerSpaceRegistration_;
+    // The robot calibration last set, with its tool's tip section; none
+    // until Zelmor_SetRobotCalculateRlt succeeds.
+    std::optional<RobotCalibration> robotCalibration_;
     // Self-calibration works on a library tool or on the tool being made.
     ToolSelfCalibration selfCalibration_;
     ToolMaking toolMaking_;

@@ -18,6 +18,10 @@ _Static_assert(sizeof(T_VyxSingleToolDataResult) == 1156, "flat result size as s
 _Static_assert(sizeof(t_ToolTipCalProInfo) == 16, "t_ToolTipCalProInfo size as seen from C");
 _Static_assert(sizeof(T_ToolTipPivotInfo) == 12, "T_ToolTipPivotInfo size as seen from C");
 _Static_assert(sizeof(T_ToolTipPivotQuality) == 88, "T_ToolTipPivotQuality size as seen from C");
+_Static_assert(sizeof(T_RobotPosePair) == 192, "T_RobotPosePair size as seen from C");
+_Static_assert(sizeof(T_RobotCalibrationResult) == 232, "T_RobotCalibrationResult size as seen from C");
+_Static_assert(offsetof(T_RobotCalibrationResult, WorstPairIndex) == 228,
+               "T_RobotCalibrationResult.WorstPairIndex");
 _Static_assert(sizeof(t_ToolFixProInfo) == 16, "t_ToolFixProInfo size as seen from C");
 _Static_assert(sizeof(t_ToolMadeProInfo) == 16, "t_ToolMadeProInfo size as seen from C");
 _Static_assert(sizeof(E_Interface) == 4 && sizeof(E_DataType) == 4, "enumerations are 32-bit");

@@ -49,6 +49,8 @@ struct Args {
     double matrixA[3][4]{};
     double matrixB[3][4]{};
     double pose[3][3]{};
+    T_RobotPosePair robotPairs[3]{};
+    T_RobotCalibrationResult robotCalibration{};
 };
 
 std::vector<Wrapper> allWrappers(Args& a) {
@@ -131,6 +133,7 @@ std::vector<Wrapper> allWrappers(Args& a) {
         {"FindSingleToolInfo", true, [&](VyxHandle h) { return Vyx_FindSingleToolInfo(h, &a.markers, "tool", &a.flat, 0); }},
         // Extensions.
         {"GetToolTipPivotQuality", true, [&](VyxHandle h) { return Vyx_GetToolTipPivotQuality(h, &a.pivotQuality); }},
+        {"CalculateRobotCalibration", false, [&](VyxHandle h) { return Vyx_CalculateRobotCalibration(h, a.robotPairs, 3, &a.robotCalibration); }},
         {"SetEthernetConnectPort", false, [&](VyxHandle h) { return Vyx_SetEthernetConnectPort(h, 17001); }},
         {"GetEthernetConnectPort", false, [&](VyxHandle h) { return Vyx_GetEthernetConnectPort(h, &a.port); }},
         {"SetWifiConnectAddress", false, [&](VyxHandle h) { return Vyx_SetWifiConnectAddress(h, 127, 0, 0, 1, 17001); }},

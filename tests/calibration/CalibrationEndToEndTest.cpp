@@ -40,18 +40,6 @@ void expectPose(const T_VyxToolDataResult& r, const ToolPose& truth, const Point
     EXPECT_LT(distance(point(r.TipCoordinate), toMeasurement(truth, tip)), kPositionToleranceMm);
 }
 
-// Largest distance from a frame marker to the nearest of the expected points.
-double largestMarkerError(const T_MarkerInfo& frame, const std::vector<Point3>& expected) {
-    double largest = 0.0;
-    for (std::uint32_t i = 0; i < frame.MarkerNumber; ++i) {
-        double nearest = 1e9;
-        for (const Point3& p : expected)
-            nearest = std::min(nearest, distance(point(frame.MarkerCoordinate[i]), p));
-        largest = std::max(largest, nearest);
-    }
-    return largest;
-}
-
 T_VyxSingleToolDataResult findSingle(SceneSession& s, const char* name) {
     T_VyxSingleToolDataResult r{};
     EXPECT_EQ(Vyx_FindSingleToolInfo(s.handle, &s.markers, name, &r, 0), RV_SUCCESS);

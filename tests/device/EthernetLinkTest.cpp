@@ -24,20 +24,8 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 using vyx::test::eventually;
+using vyx::test::finishesWithin;
 constexpr E_Interface kEth = Interface_Ethernet;
-
-// Runs `action` on its own thread and reports whether it finished within
-// `limit`: a watchdog against hangs. A hung action is left behind (the test
-// fails anyway).
-bool finishesWithin(std::function<void()> action, std::chrono::milliseconds limit) {
-    auto done = std::make_shared<std::promise<void>>();
-    auto future = done->get_future();
-    std::thread([action = std::move(action), done] {
-        action();
-        done->set_value();
-    }).detach();
-    return future.wait_for(limit) == std::future_status::ready;
-}
 
 // One virtual tracker on 127.0.0.<host> and one engine aimed at it.
 class EthernetLink : public ::testing::Test {
@@ -277,8 +265,7 @@ vyx::sim::MarkerFrame statusFrame() {
 // Index k of the served image whose bytes these are, from its first byte:
 // byte 0 = 7 k + 85 c (mod 256), and 183 is the inverse of 7 modulo 256.
 std::uint32_t servedImageIndex(const Bytes& image, ImageCamera camera) {
-    const auto c = static_cast<std::uint32_t>(camera);
-    return (183u * ((image[0] + 256u * 4u - 85u * c) % 256u)) % 256u;
+    return vyx::sim::servedImageIndex(camera, image.at(0));
 }
 
 }  // namespace

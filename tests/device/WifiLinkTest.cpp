@@ -8,17 +8,18 @@
 #include "sim/VirtualTracker.h"
 #include "support/Eventually.h"
 #include "support/Loopback.h"
+#include "support/SceneSession.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cmath>
 #include <future>
 #include <thread>
 #include <vector>
 
 using namespace std::chrono_literals;
 using vyx::test::eventually;
+using vyx::test::largestMarkerError;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
@@ -53,20 +54,6 @@ protected:
     T_MarkerInfo markers{};
     T_VyxPosStatusInfo status{};
 };
-
-// Largest distance from a frame marker to the nearest scene marker.
-double largestMarkerError(const T_MarkerInfo& m, const std::vector<vyx::sim::Point3>& truth) {
-    double largest = 0.0;
-    for (std::uint32_t i = 0; i < m.MarkerNumber; ++i) {
-        double nearest = 1e9;
-        for (const auto& p : truth)
-            nearest = std::min(nearest, std::hypot(m.MarkerCoordinate[i][0] - p.x,
-                                                   m.MarkerCoordinate[i][1] - p.y,
-                                                   m.MarkerCoordinate[i][2] - p.z));
-        largest = std::max(largest, nearest);
-    }
-    return largest;
-}
 
 TEST_F(WifiLink, ConnectsAndDeliversReconstructedMarkersFreeRunningAndTriggered) {
     const vyx::sim::Scene scene = [] {

@@ -1,6 +1,7 @@
 // Scenes of the virtual tracker: the scene file format; noise, strays and
 // one-camera markers; motions and calibration scenes. Reconstruction of the
 // rendered frames is checked end to end in tests/device.
+#include "sim/RobotScene.h"
 #include "sim/Scene.h"
 #include "sim/SceneFile.h"
 #include "sim/SceneTools.h"
@@ -198,6 +199,10 @@ TEST(SceneFile, NamesTheLineOfAFault) {
         {"body a\npoint 0 0 1000\nperturb 0.5 seed\n", 3},
         {"body a\npoint 0 0 1000\nperturb inf\n", 3},
         {"body a\npoint 0 0 1000\nunlisted yes\n", 3},
+        {"body a\npoint 0 0 1000\nmotion steps 0\n", 3},
+        {"body a\npoint 0 0 1000\nstep 0 0 0 0 0 0\n", 3},
+        {"body a\npoint 0 0 1000\nmotion steps 1\nstep 0 0 0 0 0\n", 4},
+        {"body a\npoint 0 0 1000\nmotion steps 1\nbody b\npoint 0 0 900\n", 3},
     };
     for (const auto& [text, line] : cases) {
         try {
@@ -308,6 +313,10 @@ TEST(SceneChecks, RejectBadAttachmentsPivotsAndKinds) {
         {"rate", pivoting({0, 1, 0}, 0.1, std::nan(""))},
         {"perturbation", [](Scene& s) { s.bodies[0].filePerturbationMm = -0.1; }},
         {"perturbation nan", [](Scene& s) { s.bodies[1].filePerturbationMm = std::nan(""); }},
+        {"no steps", [](Scene& s) { s.bodies[1].motion = Motion::steps({}, 1.0); }},
+        {"step time", [](Scene& s) { s.bodies[1].motion = Motion::steps({{}}, 0.0); }},
+        {"step nan",
+         [](Scene& s) { s.bodies[1].motion = Motion::steps({{{std::nan(""), 0, 0}, {}}}, 1); }},
     };
     EXPECT_NO_THROW(SceneRenderer(defaultDescription(), tipCalibrationScene()));
     for (const auto& [what, spoil] : cases) {
@@ -315,6 +324,47 @@ TEST(SceneChecks, RejectBadAttachmentsPivotsAndKinds) {
         spoil(scene);
         EXPECT_THROW(SceneRenderer(defaultDescription(), scene), std::invalid_argument) << what;
     }
+}
+
+TEST(SceneSteps, HoldEachPlacementForItsStepAndTheLastEverAfter) {
+    // Half a second per step at 120 frames per second: frames 0 to 59, then
+    // 60 on. The second placement turns a quarter about z, then moves 10 mm.
+    const Scene scene = parseScene(std::string(R"(framerate 120
+body arm
+point 0 0 1500
+point 50 0 1500
+motion steps 0.5
+step 0 0 0  0 0 -100
+step 0 0 1.5707963267948966  10 0 0
+)"));
+    const struct {
+        std::uint64_t frame;
+        Point3 second;  // where the second point is
+    } cases[] = {{0, {50, 0, 1400}}, {59, {50, 0, 1400}}, {60, {10, 50, 1500}},
+                 {100000, {10, 50, 1500}}};
+    for (const auto& [frame, expected] : cases)
+        EXPECT_LT(distance(scene.markersAt(frame)[1], expected), 1e-9) << frame;
+    EXPECT_EQ(formatScene(parseScene(formatScene(scene))), formatScene(scene));
+}
+
+TEST(RobotScene, ToolIsWhereBaseFlangeAndMountPutIt) {
+    const RobotRig rig = robotRig(7, 3);
+    const Scene scene = robotScene(rig);
+    const RigidBody& tool = scene.bodies[0];
+    for (std::uint64_t frame : {0u, 2u, 3u, 20u, 21u, 500u}) {
+        const std::size_t k = rig.poseAt(frame);
+        EXPECT_EQ(k, std::min<std::size_t>(frame / 3, 6)) << frame;
+        const ToolPose truth =
+            compose(rig.baseInMeasurement, compose(rig.flangeInBase[k], rig.toolInFlange));
+        const ToolPose seen = bodyPoseAt(scene, 0, frame);
+        for (const Point3& p : toolMarkers(tool))
+            EXPECT_LT(distance(toMeasurement(seen, p), toMeasurement(truth, p)), 1e-9) << frame;
+        const Point3 tipByPose = toMeasurement(rig.toolPoseAt(frame), tool.tip);
+        EXPECT_LT(distance(toMeasurement(seen, tool.tip), tipByPose), 1e-9) << frame;
+    }
+    const ToolPose round = compose(rig.toolInFlange, inverse(rig.toolInFlange));
+    for (int i = 0; i < 9; ++i) EXPECT_NEAR(round.R[i], i % 4 == 0 ? 1.0 : 0.0, 1e-15);
+    for (double t : round.T) EXPECT_NEAR(t, 0.0, 1e-12);
 }
 
 TEST(CalibrationScenes, StayInViewAndMatchTheirFiles) {
@@ -329,7 +379,8 @@ TEST(CalibrationScenes, StayInViewAndMatchTheirFiles) {
                  {nullptr, referenceScene(), 1885, 13},
                  {nullptr, toolMakingScene(4), 1257, 4},
                  {nullptr, toolMakingScene(5), 1257, 5},
-                 {nullptr, selfCalibrationScene(), 1257, 4}};
+                 {nullptr, selfCalibrationScene(), 1257, 4},
+                 {nullptr, robotScene(robotRig(40)), 40, 4}};
     for (const auto& [file, scene, frames, markers] : cases) {
         if (file) {
             EXPECT_EQ(formatScene(loadSceneFile(kScenes + file)), formatScene(scene)) << file;

@@ -453,6 +453,7 @@ TEST(Faults, EachFaultChangesOnlyItsReplyAndTheLinkStaysServed) {
         {[](FaultSettings& f) { f.corruptEndMark = true; }, {0x0F}, corrupt},
         {[](FaultSettings& f) { f.shortMarkerFrameBytes = 1000; }, {0x0F}, slice(frame, 0, 1000)},
         {[](FaultSettings& f) { f.omitSecondConfigBlock = true; }, {0x0A}, slice(config, 0, 512)},
+        {[](FaultSettings& f) { f.unansweredConfigReads = 1; }, {0x0A}, {}},
         {[](FaultSettings& f) { f.noLongForm = true; }, {0x1A}, {}},
         {[](FaultSettings& f) { f.noModelTextReply = true; }, {0xF8}, {}},
         {[](FaultSettings& f) { f.stopAnswering = true; }, {0x0F, 0x0A, 0xA4, 0x0D}, {}},
@@ -699,6 +700,7 @@ TEST(WifiFraming, EachFaultChangesOnlyItsReply) {
         {[](FaultSettings& f) { f.corruptEndMark = true; }, {0x0E}, corrupt},
         {[](FaultSettings& f) { f.shortMarkerFrameBytes = 10; }, {0x0E}, slice(frame, 0, 10)},
         {[](FaultSettings& f) { f.badWifiStatusFrame = true; }, {0x0F}, badStatus},
+        {[](FaultSettings& f) { f.unansweredConfigReads = 1; }, {0x0A}, {}},
         {[](FaultSettings& f) { f.noModelTextReply = true; }, {0xF8}, {}},
         {[](FaultSettings& f) { f.stopAnswering = true; }, {0x0E, 0x0F, 0x0A, 0xF8}, {}},
     });

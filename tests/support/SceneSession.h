@@ -14,10 +14,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace vyx::test {
 
@@ -28,6 +30,18 @@ inline double distance(const Point3& a, const Point3& b) {
 }
 inline Point3 point(const float p[3]) { return {p[0], p[1], p[2]}; }
 inline Point3 point(const double p[3]) { return {p[0], p[1], p[2]}; }
+
+// Largest distance from a frame marker to the nearest of the expected points.
+inline double largestMarkerError(const T_MarkerInfo& frame, const std::vector<Point3>& expected) {
+    double largest = 0.0;
+    for (std::uint32_t i = 0; i < frame.MarkerNumber; ++i) {
+        double nearest = 1e9;
+        for (const Point3& p : expected)
+            nearest = std::min(nearest, distance(point(frame.MarkerCoordinate[i]), p));
+        largest = std::max(largest, nearest);
+    }
+    return largest;
+}
 
 // Angle of R_true^T R, from its skew part and trace, which stays accurate
 // for small angles where acos of the trace does not.
