@@ -13,8 +13,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <string>
 #include <vector>
 
 using namespace vyx::sim;
@@ -25,24 +23,19 @@ namespace {
 constexpr double kPositionToleranceMm = 0.01;
 constexpr double kRotationToleranceRad = 1e-4;
 
-Point3 unit(const Point3& v) {
-    const double n = std::hypot(v.x, v.y, v.z);
-    return {v.x / n, v.y / n, v.z / n};
-}
-Point3 minus(const Point3& a, const Point3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
-double dot(const Point3& a, const Point3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
-// Column k of a row-major rotation: the tool's axis k in tracker coordinates.
-Point3 axis(const float r[3][3], int k) { return {r[0][k], r[1][k], r[2][k]}; }
-double angleBetween(const Point3& a, const Point3& b) {
-    const Point3 c{a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
-    return std::atan2(std::hypot(c.x, c.y, c.z), dot(a, b));
-}
-
-T_VyxSingleToolDataResult findSingle(SceneSession& s, const char* name) {
-    T_VyxSingleToolDataResult r{};
-    EXPECT_EQ(Vyx_FindSingleToolInfo(s.handle, &s.markers, name, &r, 0), RV_SUCCESS);
-    return r;
-}
+// Points as the row pointers the exported functions take.
+struct PointRows {
+    explicit PointRows(const std::vector<Point3>& points) {
+        for (std::size_t i = 0; i < points.size() && i < 8; ++i) {
+            values[i][0] = points[i].x;
+            values[i][1] = points[i].y;
+            values[i][2] = points[i].z;
+            rows[i] = values[i];
+        }
+    }
+    double values[8][3] = {};
+    double* rows[8] = {};
+};
 
 // Runs `frames` frames of the check, collecting each; returns the last result.
 T_AccuracyToolResult measure(SceneSession& s, int frames, double expectedLengthError) {
@@ -57,36 +50,12 @@ T_AccuracyToolResult measure(SceneSession& s, int frames, double expectedLengthE
     return r;
 }
 
-TEST(LengthBarScene, KeepsEveryMarkerInBothImagesAndScalesOnlyTheCertificate) {
-    const LengthBar bar = lengthBarScene(1.01);
-    EXPECT_NEAR(bar.trueLengthMm, 274.59, 0.01);
-    EXPECT_NEAR(bar.certifiedLengthMm, 1.01 * bar.trueLengthMm, 1e-9);
-    const std::vector<Point3> local = toolMarkers(bar.scene.bodies[0]);
-    for (std::size_t i = 1; i < 8; ++i)
-        EXPECT_NEAR(distance(bar.certificate[i], bar.certificate[0]),
-                    1.01 * distance(local[i], local[0]), 1e-9);
-    const SceneRenderer renderer(defaultDescription(), bar.scene);
-    for (std::uint32_t frame = 0; frame < 380; frame += 5) {  // a whole turn
-        const MarkerFrame f = renderer.frame(frame, frame);
-        ASSERT_EQ(f.left.size(), 8u) << frame;
-        ASSERT_EQ(f.right.size(), 8u) << frame;
-    }
-}
-
 TEST(AccuracyCheck, ATrueCertificateGivesNoLengthErrorAndTheEndsTrackLikeTools) {
     SceneSession s;
     const LengthBar bar = lengthBarScene(1.0);
     ASSERT_NO_FATAL_FAILURE(s.serve(180, bar.scene));
-    double certified[8][3];
-    double* rows[8];
-    for (std::size_t i = 0; i < 8; ++i) {
-        certified[i][0] = bar.certificate[i].x;
-        certified[i][1] = bar.certificate[i].y;
-        certified[i][2] = bar.certificate[i].z;
-        rows[i] = certified[i];
-    }
-    EXPECT_EQ(Vyx_InitAccuracyCheckTool(s.handle, "", "bar_a", "bar_b"), RV_FAILED);
-    ASSERT_EQ(Vyx_AccuracyToolMade(s.handle, rows, 8), RV_SUCCESS);
+    PointRows certified(bar.certificate);
+    ASSERT_EQ(Vyx_AccuracyToolMade(s.handle, certified.rows, 8), RV_SUCCESS);
     ASSERT_EQ(Vyx_InitAccuracyCheckTool(s.handle, "", "bar_a", "bar_b"), RV_SUCCESS);
 
     const T_AccuracyToolResult r = measure(s, 40, 0.0);
@@ -94,9 +63,9 @@ TEST(AccuracyCheck, ATrueCertificateGivesNoLengthErrorAndTheEndsTrackLikeTools) 
     EXPECT_NEAR(r.Length, bar.trueLengthMm, kPositionToleranceMm);
     EXPECT_LT(r.MaxError, kPositionToleranceMm);
     // End A's reported pose is the registered end tool's, as tracking finds it.
-    const T_VyxSingleToolDataResult endA = findSingle(s, "bar_a");
+    const T_VyxSingleToolDataResult endA = s.findSingle("bar_a");
     ASSERT_EQ(endA.ValidFlag, 1);
-    ASSERT_EQ(findSingle(s, "bar_b").ValidFlag, 1);
+    ASSERT_EQ(s.findSingle("bar_b").ValidFlag, 1);
     EXPECT_LT(distance(point(endA.Translation), point(r.Translation)), kPositionToleranceMm);
     for (int k = 0; k < 3; ++k)
         EXPECT_LT(angleBetween(axis(endA.RotationMatrix, k), axis(r.RotationMatrix, k)),
@@ -106,8 +75,6 @@ TEST(AccuracyCheck, ATrueCertificateGivesNoLengthErrorAndTheEndsTrackLikeTools) 
     std::vector<float> errors(200, 0.0f);
     ASSERT_EQ(Vyx_AccuracyCheckToolCalculateError(s.handle, &mean, &largest, errors.data()),
               RV_SUCCESS);
-    std::printf("accuracy check, true certificate, noise-free: length error mean %.2e mm, "
-                "max %.2e mm over %d frames\n", mean, largest, r.CollectedCount);
     EXPECT_LT(largest, kPositionToleranceMm);
     EXPECT_LE(mean, largest);
     EXPECT_FALSE(std::isnan(errors[39]));
@@ -141,29 +108,20 @@ TEST(AccuracyCheck, AScaledCertificateFromTheLibraryShowsTheProvokedLengthError)
 
     float mean = 0, largest = 0;
     ASSERT_EQ(Vyx_AccuracyCheckToolCalculateError(s.handle, &mean, &largest, nullptr), RV_SUCCESS);
-    std::printf("accuracy check, certificate scaled by %.3f, noise-free: length error mean %.4f mm "
-                "(provoked %.4f mm), max %.4f mm\n", scale, mean, provoked, largest);
     EXPECT_NEAR(mean, std::fabs(provoked), kPositionToleranceMm);
     EXPECT_NEAR(largest, std::fabs(provoked), kPositionToleranceMm);
 
     // The static form on end A's true points, in the tracker frame.
     const ToolPose pose = s.truePose("lengthbar");
     const std::vector<Point3> local = toolMarkers(s.scene.bodies[0]);
-    double seen[4][3];
-    double* rows[4];
-    for (std::size_t i = 0; i < 4; ++i) {
-        const Point3 p = toMeasurement(pose, local[i]);
-        seen[i][0] = p.x;
-        seen[i][1] = p.y;
-        seen[i][2] = p.z;
-        rows[i] = seen[i];
-    }
+    std::vector<Point3> endA;
+    for (std::size_t i = 0; i < 4; ++i) endA.push_back(toMeasurement(pose, local[i]));
+    PointRows seen(endA);
     T_AccuracyToolResult still{};
-    ASSERT_EQ(Vyx_AccuracyCheckTool(s.handle, rows, 4, &still), RV_SUCCESS);
+    ASSERT_EQ(Vyx_AccuracyCheckTool(s.handle, seen.rows, 4, &still), RV_SUCCESS);
     EXPECT_EQ(still.PointCount, 4);
     const float endAShape = *std::max_element(r.PointError, r.PointError + 4);
     EXPECT_NEAR(still.MaxError, endAShape, 1e-3);
-    EXPECT_EQ(Vyx_AccuracyCheckTool(s.handle, rows, 3, &still), RV_FAILED);
 }
 
 TEST(ToolCoordinateRenewal, TheRenewedPoseHasTheTipAsOriginAndTheShaftAsZ) {
@@ -184,7 +142,7 @@ TEST(ToolCoordinateRenewal, TheRenewedPoseHasTheTipAsOriginAndTheShaftAsZ) {
         accepted += info.frameAccepted ? 1 : 0;
         EXPECT_EQ(info.finished, accepted == 200);
         if (frame == 100) {  // tracking is not disturbed while frames are collected
-            const T_VyxSingleToolDataResult during = findSingle(s, "pointer");
+            const T_VyxSingleToolDataResult during = s.findSingle("pointer");
             EXPECT_LT(distance(point(during.ToolTipsLocal), pointer.tip), 1e-5);
         }
     }
@@ -199,19 +157,15 @@ TEST(ToolCoordinateRenewal, TheRenewedPoseHasTheTipAsOriginAndTheShaftAsZ) {
     const Point3 tip = toMeasurement(truth, pointer.tip);
     const Point3 shaft = unit(minus(toMeasurement(truth, pointer.tipAxis), tip));
     const Point3 toMarker = minus(s.scene.markersAt(s.sceneFrame())[4], tip);  // pointer marker 0
-    const double along = dot(toMarker, shaft);
-    const Point3 across = unit({toMarker.x - along * shaft.x, toMarker.y - along * shaft.y,
-                                toMarker.z - along * shaft.z});
-    const T_VyxSingleToolDataResult tracked = findSingle(s, "pointer");
+    const Point3 sideways = unit(across(toMarker, shaft));
+    const T_VyxSingleToolDataResult tracked = s.findSingle("pointer");
     ASSERT_EQ(tracked.ValidFlag, 1);
     const double tipError = distance(point(tracked.Translation), tip);
     const double axisError = angleBetween(axis(tracked.RotationMatrix, 2), shaft);
-    std::printf("coordinate renewal, noise-free: tip error %.2e mm, shaft axis error %.2e rad\n",
-                tipError, axisError);
     EXPECT_LT(tipError, kPositionToleranceMm);
     EXPECT_LT(distance(point(tracked.TipCoordinate), tip), kPositionToleranceMm);
     EXPECT_LT(axisError, kRotationToleranceRad);
-    EXPECT_LT(angleBetween(axis(tracked.RotationMatrix, 0), across), kRotationToleranceRad);
+    EXPECT_LT(angleBetween(axis(tracked.RotationMatrix, 0), sideways), kRotationToleranceRad);
 
     // Saved through the cache writer and read back: tip (0, 0, 0), the axis
     // point 30 mm up +Z, and the same pose.
@@ -221,7 +175,7 @@ TEST(ToolCoordinateRenewal, TheRenewedPoseHasTheTipAsOriginAndTheShaftAsZ) {
     EXPECT_LT(distance(point(saved.TipPoint), {0, 0, 0}), 1e-6);
     EXPECT_LT(distance(point(saved.TipAxisPoint), {0, 0, 30}), kPositionToleranceMm);
     ASSERT_EQ(Vyx_SetToolInfoFilePath(s.handle, s.toolDirectory.c_str(), true), RV_SUCCESS);
-    const T_VyxSingleToolDataResult reloaded = findSingle(s, "pointer");
+    const T_VyxSingleToolDataResult reloaded = s.findSingle("pointer");
     EXPECT_LT(distance(point(reloaded.Translation), point(tracked.Translation)), 1e-4);
 }
 

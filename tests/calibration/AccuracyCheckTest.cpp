@@ -2,6 +2,7 @@
 // static comparison, the per-frame measurement on synthetic frames and the
 // collected length errors; bad input changes nothing.
 #include "calibration/AccuracyCheck.h"
+#include "support/SyntheticFrames.h"
 #include "tools/ToolTestFiles.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,8 @@
 #include <algorithm>
 #include <cmath>
 #include <vector>
+
+using vyx::test::markerFrame;
 
 namespace {
 
@@ -42,15 +45,6 @@ std::vector<const double*> rowsOf(const std::vector<cv::Vec3d>& points) {
     return rows;
 }
 
-T_MarkerInfo frameOf(const std::vector<cv::Vec3d>& points) {
-    T_MarkerInfo frame{};
-    for (const cv::Vec3d& p : points) {
-        for (int k = 0; k < 3; ++k) frame.MarkerCoordinate[frame.MarkerNumber][k] = p[k];
-        ++frame.MarkerNumber;
-    }
-    return frame;
-}
-
 TEST(AccuracyArtefact, KeepsTheCertifiedLengthAndEachEndsShape) {
     AccuracyArtefact a;
     ASSERT_TRUE(makeAccuracyArtefact(kCertificate.data(), 8, a));
@@ -60,12 +54,7 @@ TEST(AccuracyArtefact, KeepsTheCertifiedLengthAndEachEndsShape) {
     EXPECT_LT(cv::norm(a.frameT - centroid(kCertificate, 0)), 1e-5);
     const cv::Vec3d x = centroid(kCertificate, 0) - centroid(kCertificate, 4);
     EXPECT_GT((a.frameR * x)[0], 0.99 * kTrueLength);
-    // Each end's local coordinates keep its inter-marker distances.
-    for (int end = 0; end < 2; ++end)
-        for (int i = 0; i < 4; ++i)
-            for (int j = i + 1; j < 4; ++j)
-                EXPECT_NEAR(cv::norm(a.endLocal[end][i] - a.endLocal[end][j]),
-                            cv::norm(kCertificate[4 * end + i] - kCertificate[4 * end + j]), 1e-4);
+    // Each end's shape is checked by the static form's point errors.
 }
 
 TEST(AccuracyArtefact, RefusesAnotherCountAndImpossibleGeometry) {
@@ -92,7 +81,7 @@ TEST(AccuracyCheck, BadInputIsRefusedWithoutChangingTheState) {
 
     rows = rowsOf(kCertificate);
     ASSERT_EQ(check.defineArtefact(rows.data(), 8), 0);
-    ASSERT_EQ(check.measureFrame(frameOf(placed(kCertificate, 0.3)), result, true, 1.5f), 0);
+    ASSERT_EQ(check.measureFrame(markerFrame(placed(kCertificate, 0.3)), result, true, 1.5f), 0);
     const std::vector<cv::Vec3d> shifted = placed(kCertificate, 0.0);
     EXPECT_EQ(check.defineArtefact(rowsOf(shifted).data(), 6), -1);
     EXPECT_EQ(check.artefact()->certified[0], kCertificate[0]);
@@ -151,7 +140,7 @@ TEST(AccuracyCheck, FramesAreMeasuredAndTheirLengthErrorsCollected) {
         std::vector<cv::Vec3d> points = placed(longer, 0.01 * k);
         points.insert(points.begin() + 3, cv::Vec3d(500, -200, 1400));
         points.push_back(cv::Vec3d(-400, 100, 1700));
-        ASSERT_EQ(check.measureFrame(frameOf(points), r, k % 2 == 0, 1.5f), 0) << k;
+        ASSERT_EQ(check.measureFrame(markerFrame(points), r, k % 2 == 0, 1.5f), 0) << k;
         ASSERT_EQ(r.ValidFlag, 1);
         ASSERT_NEAR(r.LengthError, 0.0005 * kTrueLength, 1e-4);
     }
@@ -161,7 +150,7 @@ TEST(AccuracyCheck, FramesAreMeasuredAndTheirLengthErrorsCollected) {
     onlyEndA.resize(4);
     for (int k = 0; k < 5; ++k) onlyEndA.push_back(cv::Vec3d(100.0 * k, 300, 1600));
     r.ValidFlag = 1;
-    EXPECT_EQ(check.measureFrame(frameOf(onlyEndA), r, true, 1.5f), -1);
+    EXPECT_EQ(check.measureFrame(markerFrame(onlyEndA), r, true, 1.5f), -1);
     EXPECT_EQ(r.ValidFlag, 0);
 
     std::vector<float> errors(200, 0.0f);
@@ -173,28 +162,23 @@ TEST(AccuracyCheck, FramesAreMeasuredAndTheirLengthErrorsCollected) {
 
     // Collection stops at 200.
     for (int k = 0; k < 100; ++k)
-        ASSERT_EQ(check.measureFrame(frameOf(placed(kCertificate, 0.02 * k)), r, true, 1.5f), 0);
+        ASSERT_EQ(check.measureFrame(markerFrame(placed(kCertificate, 0.02 * k)), r, true, 1.5f),
+                  0);
     EXPECT_EQ(r.CollectedCount, 200);
 }
 
-class AccuracyCheckInit : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::string text = "bar\nT\n8\n";
-        for (const cv::Vec3d& p : kCertificate)
-            text += std::to_string(p[0]) + " " + std::to_string(p[1]) + " " +
-                    std::to_string(p[2]) + " 255\n";
-        writeFile(dir.file("bar.vyxtool"), text + "2\n0 0 0\n0 0 0\n");
-        writeFile(dir.file("pointer.vyxtool"), fourMarkerToolText("pointer"));
-        library.AddFormatToolInfoFromFile(dir.file("bar.vyxtool").c_str());
-        library.AddFormatToolInfoFromFile(dir.file("pointer.vyxtool").c_str());
-    }
+TEST(AccuracyCheckInit, TakesTheArtefactFromTheLibraryAndRegistersBothEnds) {
     ScratchDirectory dir;
+    std::string text = "bar\nT\n8\n";
+    for (const cv::Vec3d& p : kCertificate)
+        text += std::to_string(p[0]) + " " + std::to_string(p[1]) + " " + std::to_string(p[2]) +
+                " 255\n";
+    writeFile(dir.file("bar.vyxtool"), text + "2\n0 0 0\n0 0 0\n");
+    writeFile(dir.file("pointer.vyxtool"), fourMarkerToolText("pointer"));
     ToolLibrary library;
+    library.AddFormatToolInfoFromFile(dir.file("bar.vyxtool").c_str());
+    library.AddFormatToolInfoFromFile(dir.file("pointer.vyxtool").c_str());
     AccuracyCheck check;
-};
-
-TEST_F(AccuracyCheckInit, TakesTheArtefactFromTheLibraryAndRegistersBothEnds) {
     ASSERT_EQ(library.count(), 2u);
     for (const auto& names : std::vector<std::vector<const char*>>{
              {"pointer", "a", "b"},   // not eight markers

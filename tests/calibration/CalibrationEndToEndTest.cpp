@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <map>
 #include <string>
@@ -38,12 +37,6 @@ void expectPose(const T_VyxToolDataResult& r, const ToolPose& truth, const Point
     EXPECT_LT(rotationErrorRad(truth, r.RotationMatrix), kRotationToleranceRad);
     EXPECT_LT(distance(point(r.Translation), point(truth.T)), kPositionToleranceMm);
     EXPECT_LT(distance(point(r.TipCoordinate), toMeasurement(truth, tip)), kPositionToleranceMm);
-}
-
-T_VyxSingleToolDataResult findSingle(SceneSession& s, const char* name) {
-    T_VyxSingleToolDataResult r{};
-    EXPECT_EQ(Vyx_FindSingleToolInfo(s.handle, &s.markers, name, &r, 0), RV_SUCCESS);
-    return r;
 }
 
 TEST(ReferenceTool, FramesAndToolsComeBackInTheReferenceFrame) {
@@ -79,7 +72,6 @@ TEST(ReferenceTool, FramesAndToolsComeBackInTheReferenceFrame) {
             expectPose(*found[tool], relativePose(reference, s.truePose(tool)), body.tip);
         }
     }
-    std::printf("reference-frame marker error, noise-free: %.2e mm\n", markerError);
     EXPECT_LT(markerError, kPositionToleranceMm);
 
     // Tools found in a frame of tracker coordinates are re-expressed too.
@@ -95,7 +87,7 @@ TEST(ReferenceTool, FramesAndToolsComeBackInTheReferenceFrame) {
     // An unknown name keeps the reference.
     EXPECT_EQ(Vyx_SetReferenceTool(s.handle, "no_such_tool"), RV_FAILED);
     ASSERT_TRUE(s.nextFrame());
-    T_VyxSingleToolDataResult self = findSingle(s, "patient_ref");
+    T_VyxSingleToolDataResult self = s.findSingle("patient_ref");
     EXPECT_TRUE(self.ValidFlag == 1 && isIdentity(self.RotationMatrix, self.Translation));
 
     // A reference out of view: tracker coordinates, and no entry of its own.
@@ -121,26 +113,20 @@ TEST(TipCalibration, TwoHundredFramesInTheHoleGiveTheTipAndSaveIt) {
     ASSERT_NO_FATAL_FAILURE(s.serve(161, scene, &tools));
     ASSERT_EQ(Vyx_InitToolTipCalibrationWithToolId(s.handle, "pointer", "calibrator"), RV_SUCCESS);
 
+    // Counting and completion at 200 frames are the unit test's.
     t_ToolTipCalProInfo info{};
-    int accepted = 0;
     for (int frame = 0; frame < 400 && !info.finished; ++frame) {
         ASSERT_TRUE(s.nextFrame());
-        info.frameAccepted = false;
         ASSERT_EQ(Vyx_ProceedToolTipCalibration(s.handle, &s.markers, &info), RV_SUCCESS);
         ASSERT_TRUE(info.calibratorFound && info.toolFound) << "frame " << frame;
-        accepted += info.frameAccepted ? 1 : 0;
-        EXPECT_EQ(info.finished, accepted == 200);
     }
     ASSERT_TRUE(info.finished);
-    EXPECT_FLOAT_EQ(info.progress, 1.0f);
 
     const RigidBody& pointer = scene.bodies[bodyIndex(scene, "pointer")];
     ASSERT_TRUE(s.nextFrame());
-    const T_VyxSingleToolDataResult tracked = findSingle(s, "pointer");
+    const T_VyxSingleToolDataResult tracked = s.findSingle("pointer");
     const double tipError = distance(point(tracked.ToolTipsLocal), pointer.tip);
     const double axisError = distance(point(tracked.ToolTipsLocal + 3), pointer.tipAxis);
-    std::printf("tip calibration, noise-free: tip error %.2e mm, axis point %.2e mm, mean error %.2e\n",
-                tipError, axisError, info.meanError);
     EXPECT_LT(tipError, kPositionToleranceMm);
     EXPECT_LT(axisError, kPositionToleranceMm);
 
@@ -150,7 +136,7 @@ TEST(TipCalibration, TwoHundredFramesInTheHoleGiveTheTipAndSaveIt) {
     T_ToolFileData saved{};
     ASSERT_EQ(Vyx_CheckToolFile(s.handle, s.toolFile("pointer").c_str(), &saved), RV_SUCCESS);
     EXPECT_LT(distance(point(saved.TipPoint), point(tracked.ToolTipsLocal)), 1e-5);
-    const T_VyxSingleToolDataResult reloaded = findSingle(s, "pointer");
+    const T_VyxSingleToolDataResult reloaded = s.findSingle("pointer");
     EXPECT_LT(distance(point(reloaded.TipCoordinate), point(tracked.TipCoordinate)), 1e-4);
 }
 
@@ -182,13 +168,10 @@ TEST(PivotCalibration, SolvesTheTipAtTheTwoHundredthPoseAndSavesInBothModes) {
     EXPECT_EQ(Vyx_ProceedToolTipPivot(s.handle, &s.markers, &after), RV_FAILED);
     EXPECT_EQ(std::memcmp(&after, &info, sizeof info), 0);
 
-    const T_VyxSingleToolDataResult tracked = findSingle(s, "probe");
+    const T_VyxSingleToolDataResult tracked = s.findSingle("probe");
     const double tipError = distance(point(tracked.ToolTipsLocal), probe.tip);
     ASSERT_EQ(Vyx_GetToolTipPivotQuality(s.handle, &quality), RV_SUCCESS);
     const double qualityError = distance(point(quality.TipPoint), probe.tip);
-    std::printf("pivot, noise-free: tip error %.2e mm (single precision), %.2e mm (double), "
-                "pivotError %.2e mm, verdict %d\n", tipError, qualityError, info.pivotError,
-                quality.Verdict);
     EXPECT_LT(tipError, 0.05);
     EXPECT_LT(qualityError, kPositionToleranceMm);
     EXPECT_EQ(quality.Verdict, PivotVerdict_Good);
@@ -229,9 +212,8 @@ TEST(MarkerSpaceRegistration, FindsThePointSetWithItsOwnTolerance) {
     float planned[5][3];
     for (std::size_t i = 0; i < local.size(); ++i) {
         const double off = i % 2 == 0 ? 0.5 : -0.5;
-        planned[i][0] = float(local[i].x + off);
-        planned[i][1] = float(local[i].y);
-        planned[i][2] = float(local[i].z - off);
+        const double p[3] = {local[i].x + off, local[i].y, local[i].z - off};
+        for (int k = 0; k < 3; ++k) planned[i][k] = float(p[k]);
     }
     ASSERT_EQ(Vyx_InitMappingPointSetsForMarkerSpaceReg(s.handle, planned, 5), RV_SUCCESS);
     ASSERT_EQ(Vyx_MappingPointSetsForMarkerSpaceReg(s.handle, &s.markers, &result, 0), RV_SUCCESS);
@@ -243,16 +225,13 @@ TEST(MarkerSpaceRegistration, FindsThePointSetWithItsOwnTolerance) {
     const std::vector<Point3> pointer = toolMarkers(demo.bodies[bodyIndex(demo, "pointer")]);
     float exact[4][3];
     for (std::size_t i = 0; i < 4; ++i) {
-        exact[i][0] = float(pointer[i].x);
-        exact[i][1] = float(pointer[i].y);
-        exact[i][2] = float(pointer[i].z);
+        const double p[3] = {pointer[i].x, pointer[i].y, pointer[i].z};
+        for (int k = 0; k < 3; ++k) exact[i][k] = float(p[k]);
     }
     ASSERT_EQ(Vyx_InitMappingPointSetsForMarkerSpaceReg(s.handle, exact, 4), RV_SUCCESS);
     ASSERT_EQ(Vyx_MappingPointSetsForMarkerSpaceReg(s.handle, &s.markers, &result, 0), RV_SUCCESS);
     const ToolPose truth = s.truePose("pointer");
     const double poseError = distance(point(result.Translation), point(truth.T));
-    std::printf("registration, noise-free: translation error %.2e mm, rotation error %.2e rad\n",
-                poseError, rotationErrorRad(truth, result.RotationMatrix));
     EXPECT_LT(poseError, kPositionToleranceMm);
     EXPECT_LT(rotationErrorRad(truth, result.RotationMatrix), kRotationToleranceRad);
     EXPECT_EQ(result.MatchedMarkerCount, 4);

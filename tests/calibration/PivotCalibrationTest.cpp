@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <random>
 #include <vector>
 
@@ -143,7 +142,6 @@ TEST(PivotQuality, PredictedPrecisionMatchesTheScatterOfTheTip) {
     }
     const double measured = std::sqrt(squares / kTrials);
     predicted /= kTrials;
-    std::printf("tip error RMS %.4f mm, predicted %.4f mm\n", measured, predicted);
     EXPECT_NEAR(measured / predicted, 1.0, 0.25);
     EXPECT_LT(outliers, kTrials);  // Gaussian residuals rarely pass 3 RMS
 }

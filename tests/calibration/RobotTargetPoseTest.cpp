@@ -3,25 +3,19 @@
 // to a half-turn; points that define no orientation are refused.
 #include "calibration/RigidPose.h"
 #include "calibration/RobotTargetPose.h"
+#include "support/RigidPoses.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <functional>
 #include <limits>
 #include <string>
 
+using vyx::test::kPi;
+using vyx::test::pose;
+
 namespace {
-
-constexpr double kPi = 3.141592653589793;
-
-RigidPose pose(const Eigen::Vector3d& rotation, const Eigen::Vector3d& translation) {
-    RigidPose p;
-    p.R = rotationFromVector(rotation);
-    p.t = translation;
-    return p;
-}
 
 const RigidPose kTrackerToBase = pose({0.4, -1.1, 0.8}, {-200.0, 900.0, 1300.0});
 const RigidPose kToolToFlange = pose({-0.5, 0.3, 2.0}, {10.0, 20.0, 170.0});

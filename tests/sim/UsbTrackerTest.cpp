@@ -85,10 +85,7 @@ struct Served {
     UsbHost host;
 };
 
-Bytes padded(Bytes b, std::size_t size) {
-    b.resize(size, 0);
-    return b;
-}
+Bytes padded(Bytes b, std::size_t size) { return b.resize(size, 0), b; }
 
 bool blockChecksumOk(const Bytes& block) {
     const std::uint16_t crc = usb::crc16Modbus(block.data(), 470);
@@ -109,9 +106,8 @@ TEST(UsbTracker, AnswersEachCommandWithItsUsbReplyAndLogsItAsItArrived) {
 
     const Bytes grey = expectedImage(ImageCamera::LeftGrey, 0, 7000);
     const Bytes colour = expectedImage(ImageCamera::Colour, 0, 12000);
-    const auto slice = [](const Bytes& image, std::size_t from, std::size_t size) {
-        return Bytes(image.begin() + static_cast<long>(from),
-                     image.begin() + static_cast<long>(from + size));
+    const auto slice = [](const Bytes& image, long from, long size) {
+        return Bytes(image.begin() + from, image.begin() + from + size);
     };
     const struct {
         const char* what;
@@ -149,41 +145,27 @@ TEST(UsbTracker, AnswersEachCommandWithItsUsbReplyAndLogsItAsItArrived) {
                 EXPECT_EQ(got.result, LIBUSB_ERROR_TIMEOUT);
                 EXPECT_TRUE(got.data.empty());
                 EXPECT_LT(got.took, 1s);
-            } else {
-                ASSERT_EQ(got.result, 0);
-                if (c.check) {
-                    EXPECT_TRUE(c.check(got.data));
-                } else {
-                    EXPECT_EQ(got.data, c.replies.at(i));
-                }
+                continue;
             }
+            ASSERT_EQ(got.result, 0);
+            if (c.check) EXPECT_TRUE(c.check(got.data));
+            else EXPECT_EQ(got.data, c.replies.at(i));
         }
     }
 }
 
-TEST(UsbTracker, KernelDriverMustBeDetachedAndConfigReadsCanBeLeftUnanswered) {
+// Unanswered configuration reads over USB, and the detach that the library
+// makes, are checked end to end (tests/device/UsbLinkTest.cpp); the refused
+// claim is not visible there.
+TEST(UsbTracker, KernelDriverMustBeDetachedBeforeTheClaim) {
     Served s;
     s.tracker.setKernelDriverBound(true);
     libusb_device_handle* h = s.host.handle();
     EXPECT_EQ(libusb_kernel_driver_active(h, 0), 1);
     EXPECT_EQ(s.host.claim(), LIBUSB_ERROR_BUSY);
     EXPECT_EQ(libusb_detach_kernel_driver(h, 0), 0);
-    EXPECT_FALSE(s.tracker.isKernelDriverBound());
     EXPECT_EQ(libusb_kernel_driver_active(h, 0), 0);
-    ASSERT_EQ(s.host.claim(), 0);
-
-    FaultSettings fault;
-    fault.unansweredConfigReads = 2;
-    s.tracker.setFaults(fault);
-    for (std::size_t left : {1, 0}) {
-        ASSERT_EQ(s.host.send({0x0A}).result, 0);
-        EXPECT_EQ(s.host.read(512, kSilenceMs).result, LIBUSB_ERROR_TIMEOUT);
-        EXPECT_EQ(s.tracker.faults().unansweredConfigReads.value_or(0), left);
-    }
-    EXPECT_FALSE(s.tracker.faults().unansweredConfigReads.has_value());
-    ASSERT_EQ(s.host.send({0x0A}).result, 0);
-    EXPECT_TRUE(blockChecksumOk(s.host.read(512).data));
-    EXPECT_TRUE(blockChecksumOk(s.host.read(512).data));
+    EXPECT_EQ(s.host.claim(), 0);
 }
 
 TEST(UsbTracker, UnplugFailsPendingAndLaterTransfersAtOnce) {

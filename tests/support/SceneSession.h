@@ -30,6 +30,23 @@ inline double distance(const Point3& a, const Point3& b) {
 }
 inline Point3 point(const float p[3]) { return {p[0], p[1], p[2]}; }
 inline Point3 point(const double p[3]) { return {p[0], p[1], p[2]}; }
+inline Point3 minus(const Point3& a, const Point3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+inline double dot(const Point3& a, const Point3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+inline Point3 unit(const Point3& v) {
+    const double n = std::hypot(v.x, v.y, v.z);
+    return {v.x / n, v.y / n, v.z / n};
+}
+// The component of v across the unit vector u.
+inline Point3 across(const Point3& v, const Point3& u) {
+    const double d = dot(v, u);
+    return {v.x - d * u.x, v.y - d * u.y, v.z - d * u.z};
+}
+// Column k of a row-major rotation: the tool's axis k in tracker coordinates.
+inline Point3 axis(const float r[3][3], int k) { return {r[0][k], r[1][k], r[2][k]}; }
+inline double angleBetween(const Point3& a, const Point3& b) {
+    const Point3 c{a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+    return std::atan2(std::hypot(c.x, c.y, c.z), dot(a, b));
+}
 
 // Largest distance from a frame marker to the nearest of the expected points.
 inline double largestMarkerError(const T_MarkerInfo& frame, const std::vector<Point3>& expected) {
@@ -121,6 +138,12 @@ public:
     std::uint64_t sceneFrame() const { return markers.ID - 1; }
     sim::ToolPose truePose(const std::string& body) const {
         return sim::bodyPoseAt(scene, bodyIndex(scene, body), sceneFrame());
+    }
+    // The named tool as tracking finds it in the current frame.
+    T_VyxSingleToolDataResult findSingle(const char* name) {
+        T_VyxSingleToolDataResult r{};
+        EXPECT_EQ(Vyx_FindSingleToolInfo(handle, &markers, name, &r, 0), RV_SUCCESS);
+        return r;
     }
     std::string toolFile(const std::string& name) const {
         return toolDirectory + "/" + name + ".vyxtool";
