@@ -20,11 +20,7 @@
 // Runs noise-free once, then with the given noise (default 0.05 px) over N
 // seeds (default 10). Each run serves on one of 127.0.2.1 .. 127.0.2.9 in
 // turn, on a free unprivileged port.
-#include "VyxPositionAPI.h"
-#include "sim/DeviceDescription.h"
-#include "sim/Scene.h"
-#include "sim/SceneTools.h"
-#include "sim/VirtualTracker.h"
+#include "SceneBench.h"
 
 #include <opencv2/core.hpp>
 
@@ -45,43 +41,13 @@ const std::string kDirectory =
     (std::filesystem::temp_directory_path() / "vyx_accuracy_check_figures").string();
 constexpr int kHosts = 9;
 
-// The virtual tracker playing a scene on 127.0.2.host, and the library
-// connected to it with the tool files of `tools` loaded.
-class Session {
+// The virtual tracker playing a scene on 127.0.2.host (one of kHosts in
+// turn), and the library connected to it with the tool files of `tools`.
+class Session : public vyx::bench::SceneBenchSession {
 public:
-    Session(const Scene& scene, const Scene& tools, int run) : scene_(scene) {
-        std::filesystem::remove_all(kDirectory);
-        std::filesystem::create_directories(kDirectory);
-        const auto host = static_cast<unsigned char>(1 + run % kHosts);
-        tracker_.setMarkerFrameSource(sceneFrameSource(defaultDescription(), scene));
-        tracker_.start("127.0.2." + std::to_string(host), 0);
-        Vyx_API_Initial(&handle);
-        Vyx_SetEthernetConnectIP(handle, 127, 0, 2, host);
-        Vyx_SetEthernetConnectPort(handle, tracker_.port());
-        T_VYXPOS_DATAPARA para{};
-        ok_ = writeToolFiles(tools, kDirectory) &&
-              Vyx_ConnectDevice(handle, Interface_Ethernet, &para) == RV_SUCCESS &&
-              Vyx_SetToolInfoFilePath(handle, kDirectory.c_str(), true) == RV_SUCCESS;
-    }
-    ~Session() {
-        Vyx_API_Close(&handle);
-        tracker_.stop();
-    }
-    bool ok() const { return ok_; }
-    bool next() {
-        T_VyxPosStatusInfo status{};
-        return Vyx_GetMarkerAndStatusFromHardware(handle, Interface_Ethernet, &markers, &status) ==
-               RV_SUCCESS;
-    }
-    ToolPose truePose(std::size_t body) const { return bodyPoseAt(scene_, body, markers.ID - 1); }
-
-    VyxHandle handle = nullptr;
-    T_MarkerInfo markers{};
-
-private:
-    Scene scene_;
-    VirtualTracker tracker_;
-    bool ok_ = false;
+    Session(const Scene& scene, const Scene& tools, int run)
+        : SceneBenchSession(scene, tools, 2, static_cast<unsigned char>(1 + run % kHosts),
+                            kDirectory) {}
 };
 
 struct LengthFigures {
@@ -139,24 +105,6 @@ double angleBetween(const cv::Vec3d& a, const cv::Vec3d& b) {
     return std::atan2(cv::norm(a.cross(b)), a.dot(b));
 }
 
-// The least-squares rigid map of the rows of `from` onto those of `to`
-// (n x 3 CV_64F each): to ~ R from + T.
-void rigidFit(const cv::Mat& from, const cv::Mat& to, cv::Matx33d& R, cv::Vec3d& T) {
-    cv::Mat cf, ct;
-    cv::reduce(from, cf, 0, cv::REDUCE_AVG);
-    cv::reduce(to, ct, 0, cv::REDUCE_AVG);
-    const cv::Mat a = from - cv::repeat(cf, from.rows, 1), b = to - cv::repeat(ct, to.rows, 1);
-    const cv::SVD svd(a.t() * b);
-    cv::Mat r = svd.vt.t() * svd.u.t();
-    if (cv::determinant(r) < 0) {
-        cv::Mat flip = cv::Mat::eye(3, 3, CV_64F);
-        flip.at<double>(2, 2) = -1;
-        r = svd.vt.t() * flip * svd.u.t();
-    }
-    R = cv::Matx33d(r.ptr<double>());
-    T = cv::Vec3d(ct.ptr<double>()) - R * cv::Vec3d(cf.ptr<double>());
-}
-
 RenewalFigures renewalRun(double noisePx, std::uint64_t seed, int run) {
     Scene scene = tipCalibrationScene();
     scene.noiseSigmaPx = noisePx;
@@ -189,7 +137,7 @@ RenewalFigures renewalRun(double noisePx, std::uint64_t seed, int run) {
     }
     cv::Matx33d R;
     cv::Vec3d T;
-    rigidFit(from, to, R, T);
+    vyx::bench::rigidFit(from, to, R, T);
     const cv::Vec3d trueTip(body.tip.x, body.tip.y, body.tip.z);
     const cv::Vec3d trueShaft =
         cv::Vec3d(body.tipAxis.x, body.tipAxis.y, body.tipAxis.z) - trueTip;

@@ -15,11 +15,7 @@
 //
 // Each run serves on its own loopback address, 127.0.1.2, 127.0.1.3, ...,
 // on a free unprivileged port.
-#include "VyxPositionAPI.h"
-#include "sim/DeviceDescription.h"
-#include "sim/Scene.h"
-#include "sim/SceneTools.h"
-#include "sim/VirtualTracker.h"
+#include "SceneBench.h"
 
 #include <opencv2/core.hpp>
 
@@ -39,37 +35,15 @@ namespace {
 const std::string kDirectory =
     (std::filesystem::temp_directory_path() / "vyx_accuracy_calibration").string();
 
-double rigidFitResidual(const cv::Mat& from, const cv::Mat& to);
 
 // The virtual tracker playing a scene on its own loopback address, and the
 // library connected to it with the scene's tool files loaded.
-class Session {
+class Session : public vyx::bench::SceneBenchSession {
 public:
-    Session(const Scene& scene, int host) : scene_(scene) {
-        static_cast<void>(std::filesystem::remove_all(kDirectory));
-        std::filesystem::create_directories(kDirectory);
-        tracker_.setMarkerFrameSource(sceneFrameSource(defaultDescription(), scene));
-        const auto c = static_cast<unsigned char>(1 + host / 250);
-        const auto d = static_cast<unsigned char>(1 + host % 250);
-        tracker_.start("127.0." + std::to_string(c) + "." + std::to_string(d), 0);
-        Vyx_API_Initial(&handle);
-        Vyx_SetEthernetConnectIP(handle, 127, 0, c, d);
-        Vyx_SetEthernetConnectPort(handle, tracker_.port());
-        T_VYXPOS_DATAPARA para{};
-        ok_ = writeToolFiles(scene, kDirectory) &&
-              Vyx_ConnectDevice(handle, Interface_Ethernet, &para) == RV_SUCCESS &&
-              Vyx_SetToolInfoFilePath(handle, kDirectory.c_str(), true) == RV_SUCCESS;
-    }
-    ~Session() {
-        Vyx_API_Close(&handle);
-        tracker_.stop();
-    }
-    bool ok() const { return ok_; }
-    bool next() {
-        T_VyxPosStatusInfo status{};
-        return Vyx_GetMarkerAndStatusFromHardware(handle, Interface_Ethernet, &markers, &status) ==
-               RV_SUCCESS;
-    }
+    Session(const Scene& scene, int host)
+        : SceneBenchSession(scene, scene, static_cast<unsigned char>(1 + host / 250),
+                            static_cast<unsigned char>(1 + host % 250), kDirectory) {}
+
     // Largest distance between the tool's marker positions and the body's
     // true constellation after the rigid fit of one onto the other, so that
     // only the shape counts (the noise of one frame's pose does not). Markers
@@ -83,9 +57,10 @@ public:
             Vyx_GetSpecificToolFileInfoArray(handle, tool, &count, &local[0][0]) != RV_SUCCESS)
             return -1.0;
         std::size_t index = 0;
-        while (index < scene_.bodies.size() && scene_.bodies[index].name != body) ++index;
-        const ToolPose truth = bodyPoseAt(scene_, index, markers.ID - 1);
-        const std::vector<Point3> design = toolMarkers(scene_.bodies[index]);
+        const Scene& s = scene();
+        while (index < s.bodies.size() && s.bodies[index].name != body) ++index;
+        const ToolPose truth = truePose(index);
+        const std::vector<Point3> design = toolMarkers(s.bodies[index]);
         const cv::Matx33d R(r.RotationMatrix[0][0], r.RotationMatrix[0][1], r.RotationMatrix[0][2],
                             r.RotationMatrix[1][0], r.RotationMatrix[1][1], r.RotationMatrix[1][2],
                             r.RotationMatrix[2][0], r.RotationMatrix[2][1], r.RotationMatrix[2][2]);
@@ -106,37 +81,9 @@ public:
             to.at<double>(i, 1) = design[best].y;
             to.at<double>(i, 2) = design[best].z;
         }
-        return rigidFitResidual(from, to);
+        return vyx::bench::rigidFitResidual(from, to);
     }
-
-    VyxHandle handle = nullptr;
-    T_MarkerInfo markers{};
-
-private:
-    Scene scene_;
-    VirtualTracker tracker_;
-    bool ok_ = false;
 };
-
-// Largest residual of the least-squares rigid fit of the rows of `from` onto
-// those of `to` (n x 3 CV_64F each).
-double rigidFitResidual(const cv::Mat& from, const cv::Mat& to) {
-    cv::Mat cf, ct;
-    cv::reduce(from, cf, 0, cv::REDUCE_AVG);
-    cv::reduce(to, ct, 0, cv::REDUCE_AVG);
-    const cv::Mat a = from - cv::repeat(cf, from.rows, 1), b = to - cv::repeat(ct, to.rows, 1);
-    const cv::SVD svd(a.t() * b);
-    cv::Mat R = svd.vt.t() * svd.u.t();
-    if (cv::determinant(R) < 0) {
-        cv::Mat flip = cv::Mat::eye(3, 3, CV_64F);
-        flip.at<double>(2, 2) = -1;
-        R = svd.vt.t() * flip * svd.u.t();
-    }
-    double largest = 0.0;
-    for (int i = 0; i < from.rows; ++i)
-        largest = std::max(largest, cv::norm(cv::Mat(R * a.row(i).t()).t() - b.row(i)));
-    return largest;
-}
 
 const char* verdictText(int verdict) {
     switch (verdict) {

@@ -3,6 +3,7 @@
 #include "VyxPositionAPI.h"
 #include "sim/VirtualTracker.h"
 #include "support/Loopback.h"
+#include "support/CommandLog.h"
 #include "support/Eventually.h"
 
 #include <gtest/gtest.h>
@@ -52,10 +53,8 @@ protected:
 
     std::string model() const { return std::string(para.DeviceModel, strnlen(para.DeviceModel, 20)); }
 
-    // Commands logged after `from`, as packets.
     std::vector<Bytes> commandsSince(std::size_t from) const {
-        const auto all = tracker.commands();
-        return {all.begin() + static_cast<long>(std::min(from, all.size())), all.end()};
+        return vyx::test::commandsSince(tracker, from);
     }
 
     // Starts marker acquisition and waits until a status read answers `rc`.
@@ -340,8 +339,7 @@ TEST_F(EthernetLink, ImagesArriveWholeAndOnceAndInterleaveWithMarkerFrames) {
     ASSERT_EQ(Vyx_SetAcquireData(handle, kEth, DataType_MarkerAndGrey), RV_SUCCESS);
     ASSERT_TRUE(eventually([&] { return tracker.commands().size() > start + 12; }));
     ASSERT_EQ(Vyx_SetAcquireData(handle, kEth, DataType_None), RV_SUCCESS);
-    std::vector<std::uint8_t> codes;
-    for (const auto& c : commandsSince(start)) codes.push_back(c.at(0));
+    std::vector<std::uint8_t> codes = vyx::test::codesSince(tracker, start);
     codes.resize(12);
     EXPECT_EQ(codes, (std::vector<std::uint8_t>{0xA4, 0xA8, 0x04, 0x08, 0x04, 0x08, 0x0F, 0x04,
                                                 0x08, 0x04, 0x08, 0x0F}));

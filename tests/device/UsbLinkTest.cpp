@@ -5,6 +5,7 @@
 #include "VyxPositionAPI.h"
 #include "sim/ImagePattern.h"
 #include "sim/UsbTracker.h"
+#include "support/CommandLog.h"
 #include "support/Eventually.h"
 #include "support/SceneSession.h"
 
@@ -40,14 +41,10 @@ protected:
     }
 
     std::vector<Bytes> commandsSince(std::size_t from) const {
-        const auto all = tracker->commands();
-        return {all.begin() + static_cast<long>(std::min(from, all.size())), all.end()};
+        return vyx::test::commandsSince(*tracker, from);
     }
-
     std::vector<std::uint8_t> codesSince(std::size_t from) const {
-        std::vector<std::uint8_t> codes;
-        for (const Bytes& c : commandsSince(from)) codes.push_back(c.at(0));
-        return codes;
+        return vyx::test::codesSince(*tracker, from);
     }
 
     std::unique_ptr<vyx::sim::VirtualUsbTracker> tracker =

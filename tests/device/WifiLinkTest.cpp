@@ -6,6 +6,7 @@
 #include "sim/Scene.h"
 #include "sim/SceneTools.h"
 #include "sim/VirtualTracker.h"
+#include "support/CommandLog.h"
 #include "support/Eventually.h"
 #include "support/Loopback.h"
 #include "support/SceneSession.h"
@@ -44,8 +45,7 @@ protected:
     }
 
     std::vector<Bytes> commandsSince(std::size_t from) const {
-        const auto all = tracker.commands();
-        return {all.begin() + static_cast<long>(std::min(from, all.size())), all.end()};
+        return vyx::test::commandsSince(tracker, from);
     }
 
     vyx::sim::VirtualTracker tracker;
