@@ -596,6 +596,41 @@ VYX_API int Vyx_SetWifiConnectAddress(VyxHandle handle, unsigned char a, unsigne
 VYX_API int Vyx_GetWifiConnectAddress(VyxHandle handle, unsigned char* a, unsigned char* b,
                                       unsigned char* c, unsigned char* d, unsigned short* port);
 
+/*
+ * Extension: recording a session into a file, for playing it back later as a
+ * device. The file (format in README.md, "Recording") holds the
+ * configuration replies read when the link connected, then every marker
+ * frame (and on Wi-Fi every status frame) the link's receiver thread gets,
+ * each with its host time of arrival; a frame equal to the previous one of
+ * its kind is left out. Only one recording runs per handle, of the link that
+ * connected last. Acquisition is never slowed down: frames that the writer
+ * cannot keep up with are left out of the file and counted as dropped (the
+ * host still gets them).
+ *
+ * Vyx_StartRecording: path = the file to create (an existing file is
+ * overwritten). Returns 0; 7 for a null handle; 2 when not connected; -1 for
+ * a null or empty path, a recording that runs already, no connected link
+ * whose configuration was read, or a file that cannot be created (nothing
+ * changes then).
+ *
+ * Vyx_StopRecording: writes what is still queued and the closing End record
+ * and closes the file. Needs no connection. Returns 0 when a recording was
+ * finished (also one stopped by a write error), 7 for a null handle, -1 when
+ * none was running: never started, or already finished. A recording also
+ * finishes cleanly when the handle is closed, when its link is connected
+ * again, and when its link is lost (the receiver thread gives up on it).
+ *
+ * Vyx_GetRecordingInfo: info = the running or the last recording's figures
+ * (all zero before the first; see T_RecordingInfo). A failed write stops the
+ * recording (Active 0, LastError 4); the file is then closed without its End
+ * record, and frames from then on count as dropped until
+ * Vyx_StopRecording. Needs no connection. Returns 0; 7 for a null handle; -1
+ * for a null info.
+ */
+VYX_API int Vyx_StartRecording(VyxHandle handle, const char* path);
+VYX_API int Vyx_StopRecording(VyxHandle handle);
+VYX_API int Vyx_GetRecordingInfo(VyxHandle handle, T_RecordingInfo* info);
+
 #ifdef __cplusplus
 } /* extern "C" */
 

@@ -381,6 +381,18 @@ typedef struct T_AccuracyToolResult {
     int32_t CollectedCount;                /* length errors collected so far, 0..200 */
 } T_AccuracyToolResult;
 
+/*
+ * Extension: the figures of the running or the last recording
+ * (Vyx_GetRecordingInfo); all zero before the first.
+ */
+typedef struct T_RecordingInfo {
+    uint32_t Active;          /* 1 while a recording runs */
+    int32_t LastError;        /* 0, or 4 when a write failed and the recording stopped */
+    uint64_t FramesRecorded;  /* marker and status frames written */
+    uint64_t FramesDropped;   /* frames the writer could not keep up with, or after a write error */
+    uint64_t BytesWritten;    /* file size so far */
+} T_RecordingInfo;
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

@@ -4,7 +4,9 @@
 #include "sim/Scene.h"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
+#include <stdexcept>
 #include <vector>
 
 namespace vyx::sim {
@@ -36,6 +38,7 @@ void DeviceCore::setMarkerFrame(const MarkerFrame& frame) {
     fixedFrame_ = frame;
     frameSource_ = nullptr;
     lastFrame_.reset();
+    lastFramePeriod_.reset();
 }
 
 void DeviceCore::setMarkerFrameSource(FrameSource source) {
@@ -43,9 +46,43 @@ void DeviceCore::setMarkerFrameSource(FrameSource source) {
     fixedFrame_.reset();
     frameSource_ = std::move(source);
     lastFrame_.reset();
+    lastFramePeriod_.reset();
 }
 
 std::uint64_t DeviceCore::markerRequests() const { return markerRequestCount_.load(); }
+
+void DeviceCore::setFrameRate(double hz, Clock clock) {
+    if (!std::isfinite(hz) || hz < 0.0)
+        throw std::invalid_argument("frame rate must be zero or a positive finite number");
+    if (!clock) clock = [] { return std::chrono::steady_clock::now(); };
+    const auto start = clock();
+    std::lock_guard<std::mutex> lock(mutex_);
+    frameRateHz_ = hz;
+    clock_ = std::move(clock);
+    pacingStart_ = start;
+    lastFrame_.reset();
+    lastFramePeriod_.reset();
+}
+
+std::optional<std::uint64_t> DeviceCore::framePeriod() const {
+    double hz = 0.0;
+    Clock clock;
+    std::chrono::steady_clock::time_point start;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        hz = frameRateHz_;
+        clock = clock_;
+        start = pacingStart_;
+    }
+    if (hz <= 0.0) return std::nullopt;
+    // The clock is called outside the lock: it is the caller's code.
+    const double periods =
+        std::floor(std::chrono::duration<double>(clock() - start).count() * hz);
+    // A clock that went back stays in period 0; one absurdly far ahead stops
+    // at a period that still fits.
+    if (!(periods > 0.0)) return std::uint64_t{0};
+    return static_cast<std::uint64_t>(std::min(periods, 9.0e18));
+}
 
 void DeviceCore::setFaults(const FaultSettings& faults) {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -72,10 +109,16 @@ std::optional<MarkerFrame> DeviceCore::takeMarkerFrame(Link& link) {
             return std::nullopt;
         }
     }
-    auto frame = frameFor(index, link);
+    const auto period = framePeriod();
+    if (period) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (lastFrame_ && lastFramePeriod_ == period) return lastFrame_;
+    }
+    auto frame = frameFor(period.value_or(index), link);
     if (frame) {
         std::lock_guard<std::mutex> lock(mutex_);
         lastFrame_ = frame;
+        lastFramePeriod_ = period;
     }
     return frame;
 }
@@ -96,14 +139,12 @@ void DeviceCore::sendMarkerFrame(Link& link, const std::uint8_t* data, std::size
         link.close("closed by fault after the requested marker frames");
 }
 
-std::optional<StatusFields> DeviceCore::status(Link& link) {
+std::optional<MarkerFrame> DeviceCore::statusFrame(Link& link) {
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (lastFrame_) return lastFrame_->status;
+        if (lastFrame_) return lastFrame_;
     }
-    const auto frame = frameFor(markerRequestCount_.load(), link);
-    if (!frame) return std::nullopt;
-    return frame->status;
+    return frameFor(framePeriod().value_or(markerRequestCount_.load()), link);
 }
 
 std::optional<MarkerFrame> DeviceCore::frameFor(std::uint64_t index, Link& link) {

@@ -13,6 +13,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -29,6 +30,14 @@ class SceneRenderer;
 // Faults the tracker shows on purpose. They may be changed at any time and
 // apply from the next command on. "Marker frame" means the 4096-byte frame on
 // Ethernet and the Wi-Fi marker frame (the answer to 0x0E) on Wi-Fi.
+//
+// Recorded bytes (DeviceDescription::recordedReplies, MarkerFrame::recorded)
+// are sent as recorded, with these faults still applied: close-after,
+// stop-answering, corrupt end mark (the last two bytes), short frame, the
+// Wi-Fi announced length (bytes 2-3), the bad Wi-Fi status frame, omitting
+// the second configuration block (the reply cut to 512 bytes wired, 516 on
+// Wi-Fi), no long form, no model text and unanswered configuration reads.
+// The checksum faults do not apply to a recorded configuration.
 struct FaultSettings {
     // Close the host connection once this many further marker frames have
     // been sent (0: at the next marker request, which is not answered). The
@@ -71,8 +80,11 @@ struct FaultSettings {
 class DeviceCore {
 public:
     // Makes the frame for marker request `requestIndex` (0 for the first
-    // request since the tracker was created).
+    // request since the tracker was created), or, with a frame rate, for
+    // frame period `requestIndex` (see setFrameRate()).
     using FrameSource = std::function<MarkerFrame(std::uint64_t requestIndex)>;
+    // The time the frame rate is measured in; empty: the steady clock.
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
 
     // The link a reply goes out on, as the device sees it.
     class Link {
@@ -95,17 +107,26 @@ public:
     // ---- Settings; thread-safe ---------------------------------------------
     std::shared_ptr<const DeviceDescription> description() const;
     void setDescription(const DeviceDescription& description);
-    // Setting a frame or a source forgets the last frame served (see status()).
+    // Setting a frame or a source forgets the last frame served (see statusFrame()).
     void setMarkerFrame(const MarkerFrame& frame);
     void setMarkerFrameSource(FrameSource source);
     std::uint64_t markerRequests() const;
+    // Paces the frames as a device making `hz` frames a second: the index
+    // handed to the frame source is the number of whole frame periods since
+    // this call (floor(elapsed x hz) on `clock`), and a marker request in the
+    // same period as the previous one gets the very same frame again without
+    // calling the source. markerRequests() still counts every request. 0 (the
+    // default) gives each request the frame for its request index. Forgets
+    // the last frame served. Throws std::invalid_argument for a negative or
+    // non-finite rate.
+    void setFrameRate(double hz, Clock clock = {});
     void setFaults(const FaultSettings& faults);
     FaultSettings faults() const;
 
     // ---- Device behaviour; the serving thread only -------------------------
     // A new connection: image transfers start over.
     void connectionOpened();
-    // A marker request: counts it and returns its frame, kept for status();
+    // A marker request: counts it and returns its frame, kept for statusFrame();
     // nothing when the close-after-frames fault closed the link at this
     // request or the frame source threw.
     std::optional<MarkerFrame> takeMarkerFrame(Link& link);
@@ -113,10 +134,11 @@ public:
     // the frame down for the close-after-frames fault, and closes the link
     // when the count runs out with it.
     void sendMarkerFrame(Link& link, const std::uint8_t* data, std::size_t size);
-    // The status of the frame the last marker request got, or, before any
-    // (or after a new frame or source was set), of the frame the next request
-    // would get, without counting a request. Nothing when the source throws.
-    std::optional<StatusFields> status(Link& link);
+    // The frame whose status a status request reports: the frame the last
+    // marker request got, or, before any (or after a new frame, source or
+    // rate was set), the frame the next request would get, without counting
+    // a request. Nothing when the source throws.
+    std::optional<MarkerFrame> statusFrame(Link& link);
     // True when the unanswered-configuration-reads fault takes this read,
     // which it then counts down.
     bool leaveConfigReadUnanswered();
@@ -136,16 +158,23 @@ private:
         bool active = false;
     };
 
+    // The frame period the clock is in; nothing without a frame rate.
+    std::optional<std::uint64_t> framePeriod() const;
     std::optional<MarkerFrame> frameFor(std::uint64_t index, Link& link);
     MarkerFrame builtInFrame(const std::shared_ptr<const DeviceDescription>& d,
                              std::uint64_t index);
 
-    mutable std::mutex mutex_;  // guards the settings and lastFrame_
+    mutable std::mutex mutex_;  // guards the settings and the last frame
     std::shared_ptr<const DeviceDescription> description_;
     std::optional<MarkerFrame> fixedFrame_;
     FrameSource frameSource_;
     FaultSettings faults_;
+    double frameRateHz_ = 0.0;
+    Clock clock_;
+    std::chrono::steady_clock::time_point pacingStart_;
     std::optional<MarkerFrame> lastFrame_;
+    // The frame period lastFrame_ was made for, when paced.
+    std::optional<std::uint64_t> lastFramePeriod_;
     std::atomic<std::uint64_t> markerRequestCount_{0};
 
     // Serving thread only.

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -75,6 +76,18 @@ struct GeometryWords {
     std::uint16_t transferUnit = 1024;       // bytes per transfer unit (1024 when 0)
 };
 
+// Configuration replies as a device sent them, for a replay: served byte for
+// byte in place of the ones made from the description.
+struct RecordedReplies {
+    // The answer to the configuration read: the configuration blocks on USB
+    // and Ethernet, the configuration frame on Wi-Fi.
+    std::vector<std::uint8_t> configuration;
+    // The long configuration form and the model text reply; absent: the
+    // request gets no reply.
+    std::optional<std::vector<std::uint8_t>> longForm;
+    std::optional<std::vector<std::uint8_t>> modelText;
+};
+
 struct DeviceDescription {
     // Model text of the manufacture record. At most 20 bytes fit; longer text
     // is cut at 20. A host recognises the model by the code the text starts
@@ -114,6 +127,12 @@ struct DeviceDescription {
     // reply is always 20 bytes, zero-filled.
     bool answersModelTextRequest = true;
     std::optional<std::string> modelTextReply;
+
+    // Set: the configuration read, the long configuration read and the model
+    // text read are answered with these bytes (FaultSettings in DeviceCore.h
+    // tells which faults still apply), and the fields above go only into
+    // what is made from them (image sizes, the built-in scene).
+    std::shared_ptr<const RecordedReplies> recordedReplies;
 };
 
 // The default model text: a model whose image sizes a host reads from the

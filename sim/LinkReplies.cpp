@@ -11,17 +11,48 @@ ConfigurationDefects defectsOf(const FaultSettings& fault) {
     return {fault.badChecksumBlock1, fault.badChecksumBlock2};
 }
 
+void send(DeviceCore::Link& link, const std::vector<std::uint8_t>& bytes) {
+    link.send(bytes.data(), bytes.size());
+}
+
 void sendModelText(DeviceCore& core, DeviceCore::Link& link, const FaultSettings& fault) {
     const auto d = core.description();
-    if (!d->answersModelTextRequest || fault.noModelTextReply) return;
-    const auto reply = encodeModelTextReply(*d);
-    link.send(reply.data(), reply.size());
+    if (fault.noModelTextReply) return;
+    if (d->recordedReplies) {
+        if (d->recordedReplies->modelText) send(link, *d->recordedReplies->modelText);
+    } else if (d->answersModelTextRequest) {
+        send(link, encodeModelTextReply(*d));
+    }
+}
+
+// The configuration read's reply, cut to `firstBlockEnd` bytes when the
+// second block is to be left out.
+void sendConfiguration(DeviceCore& core, DeviceCore::Link& link, const FaultSettings& fault,
+                       LinkFraming framing, std::size_t firstBlockEnd) {
+    if (core.leaveConfigReadUnanswered()) return;
+    const auto d = core.description();
+    const auto data =
+        d->recordedReplies ? d->recordedReplies->configuration
+        : framing == LinkFraming::WiFi ? encodeWifiConfigurationFrame(*d, defectsOf(fault))
+                                       : encodeShortConfiguration(*d, defectsOf(fault));
+    link.send(data.data(),
+              fault.omitSecondConfigBlock ? std::min(firstBlockEnd, data.size()) : data.size());
+}
+
+// The marker frame's wire form: as recorded, or encoded in the framing's form.
+std::vector<std::uint8_t> markerFrameBytes(const MarkerFrame& frame, LinkFraming framing) {
+    if (frame.recorded) return frame.recorded->markerFrame;
+    if (framing == LinkFraming::WiFi) return encodeWifiMarkerFrame(frame);
+    const auto bytes = encodeMarkerFrame(frame);
+    return {bytes.begin(), bytes.end()};
 }
 
 void sendMarkerFrame(DeviceCore& core, DeviceCore::Link& link, const FaultSettings& fault,
-                     std::uint8_t* bytes, std::size_t size) {
-    if (fault.corruptEndMark) bytes[size - 2] = 0xFE;
-    core.sendMarkerFrame(link, bytes, std::min(fault.shortMarkerFrameBytes.value_or(size), size));
+                     std::vector<std::uint8_t>& bytes) {
+    const std::size_t size = bytes.size();
+    if (fault.corruptEndMark && size >= 2) bytes[size - 2] = 0xFE;
+    core.sendMarkerFrame(link, bytes.data(),
+                         std::min(fault.shortMarkerFrameBytes.value_or(size), size));
 }
 
 // Ethernet and USB answer the same commands alike, except that trigger and
@@ -32,25 +63,25 @@ void answerEthernetOrUsb(std::uint8_t command, LinkFraming framing, DeviceCore& 
         case code::kMarkerRequest: {
             const auto frame = core.takeMarkerFrame(link);
             if (!frame) break;
-            auto bytes = encodeMarkerFrame(*frame);
-            sendMarkerFrame(core, link, fault, bytes.data(), bytes.size());
+            auto bytes = markerFrameBytes(*frame, framing);
+            sendMarkerFrame(core, link, fault, bytes);
             break;
         }
         case code::kTrigger:
         case code::kAcquireMode:
             if (framing == LinkFraming::Ethernet) link.send(&command, 1);
             break;
-        case code::kConfigRead: {
-            if (core.leaveConfigReadUnanswered()) break;
-            const auto data = encodeShortConfiguration(*core.description(), defectsOf(fault));
-            link.send(data.data(), fault.omitSecondConfigBlock ? kConfigBlockBytes : data.size());
+        case code::kConfigRead:
+            sendConfiguration(core, link, fault, framing, kConfigBlockBytes);
             break;
-        }
         case code::kLongConfigRead: {
             const auto d = core.description();
-            if (!d->longConfiguration || fault.noLongForm) break;
-            const auto data = encodeLongConfiguration(*d, defectsOf(fault));
-            link.send(data.data(), data.size());
+            if (fault.noLongForm) break;
+            if (d->recordedReplies) {
+                if (d->recordedReplies->longForm) send(link, *d->recordedReplies->longForm);
+            } else if (d->longConfiguration) {
+                send(link, encodeLongConfiguration(*d, defectsOf(fault)));
+            }
             break;
         }
         case code::kModelTextRead:
@@ -81,29 +112,32 @@ void answerWifi(std::uint8_t command, DeviceCore& core, DeviceCore::Link& link,
         case code::kWifiMarkerRequest: {
             const auto frame = core.takeMarkerFrame(link);
             if (!frame) break;
-            auto bytes = encodeWifiMarkerFrame(*frame);
-            if (fault.wifiAnnouncedLength) {
+            auto bytes = markerFrameBytes(*frame, LinkFraming::WiFi);
+            if (fault.wifiAnnouncedLength && bytes.size() >= 4) {
                 bytes[2] = static_cast<std::uint8_t>(*fault.wifiAnnouncedLength & 0xFF);
                 bytes[3] = static_cast<std::uint8_t>(*fault.wifiAnnouncedLength >> 8);
             }
-            sendMarkerFrame(core, link, fault, bytes.data(), bytes.size());
+            sendMarkerFrame(core, link, fault, bytes);
             break;
         }
         case code::kMarkerRequest: {  // the status request on this link
-            const auto status = core.status(link);
-            if (!status) break;
-            auto bytes = encodeWifiStatusFrame(*status);
-            if (fault.badWifiStatusFrame) bytes[kWifiStatusFrameBytes - 2] = 0xFE;
-            link.send(bytes.data(), bytes.size());
+            const auto frame = core.statusFrame(link);
+            if (!frame) break;
+            std::vector<std::uint8_t> bytes;
+            if (frame->recorded) {
+                bytes = frame->recorded->wifiStatusFrame;
+            } else {
+                const auto encoded = encodeWifiStatusFrame(frame->status);
+                bytes.assign(encoded.begin(), encoded.end());
+            }
+            if (bytes.empty()) break;
+            if (fault.badWifiStatusFrame && bytes.size() >= 2) bytes[bytes.size() - 2] = 0xFE;
+            send(link, bytes);
             break;
         }
-        case code::kConfigRead: {
-            if (core.leaveConfigReadUnanswered()) break;
-            const auto frame = encodeWifiConfigurationFrame(*core.description(), defectsOf(fault));
-            link.send(frame.data(),
-                      fault.omitSecondConfigBlock ? 4 + kConfigBlockBytes : frame.size());
+        case code::kConfigRead:
+            sendConfiguration(core, link, fault, LinkFraming::WiFi, 4 + kConfigBlockBytes);
             break;
-        }
         case code::kModelTextRead:
             sendModelText(core, link, fault);
             break;

@@ -50,6 +50,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -90,6 +91,16 @@ struct StatusFields {
     std::array<std::uint16_t, 4> hardwareCheckLanes{0, 800 * 16, 500 * 16, 500 * 16};
 };
 
+// A frame as a device sent it, for a replay.
+struct RecordedFrame {
+    // The marker frame: 4096 bytes on Ethernet and USB, the Wi-Fi marker
+    // frame on Wi-Fi.
+    std::vector<std::uint8_t> markerFrame;
+    // Wi-Fi: the status frame a status request gets while this frame is the
+    // last one served; empty: no reply.
+    std::vector<std::uint8_t> wifiStatusFrame;
+};
+
 struct MarkerFrame {
     std::uint8_t frameId = 0;
     // With a value, the frame carries the extended-id mark and this counter.
@@ -105,6 +116,9 @@ struct MarkerFrame {
     std::optional<std::uint8_t> leftCountOverride;
     std::optional<std::uint8_t> rightCountOverride;
     StatusFields status;
+    // Set: the marker request (and on Wi-Fi the status request) is answered
+    // with these bytes, and the fields above are not sent.
+    std::shared_ptr<const RecordedFrame> recorded;
 };
 
 // A frame's wire form, with valid start and end marks.

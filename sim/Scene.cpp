@@ -5,6 +5,7 @@
 #include <iomanip>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -432,14 +433,15 @@ VirtualTracker::FrameSource sceneFrameSource(const DeviceDescription& descriptio
         Playback(const DeviceDescription& d, Scene s) : renderer(d, std::move(s)) {}
         SceneRenderer renderer;
         std::mutex mutex;
-        std::uint64_t nextFrame = 0;
+        std::optional<std::uint64_t> firstIndex;
     };
     auto playback = std::make_shared<Playback>(description, std::move(scene));
-    return [playback](std::uint64_t) {
+    return [playback](std::uint64_t index) {
         std::uint64_t frameIndex = 0;
         {
             std::lock_guard<std::mutex> lock(playback->mutex);
-            frameIndex = playback->nextFrame++;
+            if (!playback->firstIndex) playback->firstIndex = index;
+            frameIndex = index > *playback->firstIndex ? index - *playback->firstIndex : 0;
         }
         return playback->renderer.frame(frameIndex, static_cast<std::uint32_t>(frameIndex + 1));
     };

@@ -147,6 +147,8 @@ struct RigidBody {
 struct Scene {
     std::vector<SceneMarker> markers;  // still markers
     std::vector<RigidBody> bodies;
+    // Frame k is the scene at k / frameRateHz seconds. A tracker paced at
+    // the same rate plays it in real time (sceneFrameSource).
     double frameRateHz = 60.0;
 
     // Pixel noise: standard deviation of each centre coordinate.
@@ -222,9 +224,16 @@ private:
 };
 
 // A source for VirtualTracker::setMarkerFrameSource that plays the scene
-// through the description's cameras. The first request it answers gets
-// frame 0 with counter 1, each further request the next frame and the next
-// counter, whatever the tracker's own request count. Throws as SceneRenderer.
+// through the description's cameras. Asked for index i, it renders frame
+// i - i0 with counter i - i0 + 1, i0 being the index of its first call (an
+// index below i0 gets frame 0): so the first request it answers gets frame 0
+// with counter 1 whatever the tracker's own request count, consecutive
+// requests of an unpaced tracker get consecutive frames, the same index gets
+// the same frame again, and a paced tracker (VirtualTracker::setFrameRate)
+// skips the frames that fall between its requests, as a device does. Frame
+// k shows the scene at k / scene.frameRateHz seconds: for real-time playback
+// set scene.frameRateHz to the rate the tracker is paced with. Throws as
+// SceneRenderer.
 VirtualTracker::FrameSource sceneFrameSource(const DeviceDescription& description, Scene scene);
 
 }  // namespace vyx::sim

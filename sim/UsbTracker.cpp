@@ -624,6 +624,8 @@ void VirtualUsbTracker::setMarkerFrameSource(FrameSource source) {
 
 std::uint64_t VirtualUsbTracker::markerRequests() const { return impl_->core.markerRequests(); }
 
+void VirtualUsbTracker::setFrameRate(double hz) { impl_->core.setFrameRate(hz); }
+
 void VirtualUsbTracker::setFaults(const FaultSettings& faults) { impl_->core.setFaults(faults); }
 
 FaultSettings VirtualUsbTracker::faults() const { return impl_->core.faults(); }

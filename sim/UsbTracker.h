@@ -132,6 +132,11 @@ public:
     void setMarkerFrame(const MarkerFrame& frame);
     void setMarkerFrameSource(FrameSource source);
     std::uint64_t markerRequests() const;
+    // As VirtualTracker's: `hz` frames a second from now on, a request within
+    // the period of the previous one getting the same frame again; 0 (the
+    // default) a frame per request. Throws std::invalid_argument for a
+    // negative or non-finite rate.
+    void setFrameRate(double hz);
     void setFaults(const FaultSettings& faults);
     FaultSettings faults() const;
 

@@ -364,6 +364,8 @@ void VirtualTracker::setMarkerFrameSource(FrameSource source) {
 
 std::uint64_t VirtualTracker::markerRequests() const { return impl_->core.markerRequests(); }
 
+void VirtualTracker::setFrameRate(double hz) { impl_->core.setFrameRate(hz); }
+
 void VirtualTracker::setFaults(const FaultSettings& faults) { impl_->core.setFaults(faults); }
 
 FaultSettings VirtualTracker::faults() const { return impl_->core.faults(); }

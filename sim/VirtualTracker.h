@@ -53,6 +53,10 @@
 // source was set), of the frame the next marker request will get, without
 // counting a request.
 //
+// A description with recorded replies (DeviceDescription.h) and frames with
+// recorded bytes (MarkerFrame.h) are served byte for byte as recorded, in
+// either framing: Replay.h plays a recording so.
+//
 // All public members are thread-safe. The server thread calls the frame
 // source and the event sink.
 #pragma once
@@ -87,7 +91,8 @@ bool isLoopbackAddress(const std::string& address);
 class VirtualTracker {
 public:
     // Makes the frame for marker request `requestIndex` (0 for the first
-    // request since the tracker was created).
+    // request since the tracker was created), or for the frame period with a
+    // frame rate (setFrameRate()).
     using FrameSource = DeviceCore::FrameSource;
     // Receives one line of text per connection event.
     using EventSink = std::function<void(const std::string& event)>;
@@ -134,6 +139,14 @@ public:
     // Marker requests received so far, answered or not: the index the next
     // request will get.
     std::uint64_t markerRequests() const;
+    // Makes `hz` frames a second, as a device does (20 to 400 on a real one):
+    // from this call on, the frame source is asked for frame period
+    // floor(elapsed seconds x hz) instead of the request index, and a request
+    // within the period of the previous one gets that same frame again (same
+    // bytes, same frame id) without asking the source. 0, the default, gives
+    // every request its own frame. Throws std::invalid_argument for a
+    // negative or non-finite rate. DeviceCore::setFrameRate takes a clock.
+    void setFrameRate(double hz);
 
     // FaultSettings (DeviceCore.h) tells which faults apply to which framing.
     void setFaults(const FaultSettings& faults);

@@ -167,3 +167,10 @@ VYX_ASSERT_OFFSET(T_AccuracyToolResult, Length, 868);
 VYX_ASSERT_OFFSET(T_AccuracyToolResult, LengthError, 872);
 VYX_ASSERT_OFFSET(T_AccuracyToolResult, CollectedCount, 876);
 static_assert(sizeof(T_AccuracyToolResult) == 880, "T_AccuracyToolResult size");
+
+VYX_ASSERT_OFFSET(T_RecordingInfo, Active, 0);
+VYX_ASSERT_OFFSET(T_RecordingInfo, LastError, 4);
+VYX_ASSERT_OFFSET(T_RecordingInfo, FramesRecorded, 8);
+VYX_ASSERT_OFFSET(T_RecordingInfo, FramesDropped, 16);
+VYX_ASSERT_OFFSET(T_RecordingInfo, BytesWritten, 24);
+static_assert(sizeof(T_RecordingInfo) == 32, "T_RecordingInfo size");

@@ -38,6 +38,7 @@ int VyxPosFunc::reopenTcpLink(LinkState& state, TcpSocket& socket,
 }
 
 int VyxPosFunc::Zelmor_ETHERNET_Initialize() {
+    endRecordingForNewConnect(Interface_Ethernet);
     const int rc = reopenTcpLink(eth_, ethSocket_, ethernetConnectIP_, ethernetConnectPort_);
     if (rc != RV_SUCCESS) return rc;
     ETHCleanData();
@@ -149,7 +150,10 @@ void VyxPosFunc::ETHProcess() {
         if (mask == kMarkerBits) {
             const int rc = ETHReadInfo();
             eth_.lastError.store(rc, std::memory_order_relaxed);
-            if (rc != RV_SUCCESS) eth_.acquireMask.store(0, std::memory_order_relaxed);
+            if (rc != RV_SUCCESS) {
+                eth_.acquireMask.store(0, std::memory_order_relaxed);
+                recorder_.requestFinish(Interface_Ethernet);
+            }
             data.unlock();
             sleepWhileRunning(std::chrono::microseconds(50));
             continue;
@@ -183,6 +187,7 @@ void VyxPosFunc::ETHProcess() {
         if (rc != RV_SUCCESS) {
             eth_.lastError.store(rc, std::memory_order_relaxed);
             eth_.acquireMask.store(0, std::memory_order_relaxed);
+            recorder_.requestFinish(Interface_Ethernet);
         }
     }
 }

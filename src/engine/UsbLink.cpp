@@ -22,6 +22,7 @@ constexpr auto kResetPause = std::chrono::milliseconds(500);
 }  // namespace
 
 int VyxPosFunc::Zelmor_USB_Initialize() {
+    endRecordingForNewConnect(Interface_USB);
     int rc = usb_connect();
     for (int attempt = 1; rc == RV_READ_ERROR && attempt < kConnectAttempts; ++attempt) {
         const int written = USBWrite(&kResetRequest, 1);
@@ -152,6 +153,9 @@ void VyxPosFunc::USBProcess() {
             }
             if (rc != RV_SUCCESS) usb_.lastError.store(rc, std::memory_order_relaxed);
         }
-        if (rc != RV_SUCCESS) usb_.acquireMask.store(0, std::memory_order_relaxed);
+        if (rc != RV_SUCCESS) {
+            usb_.acquireMask.store(0, std::memory_order_relaxed);
+            recorder_.requestFinish(Interface_USB);
+        }
     }
 }

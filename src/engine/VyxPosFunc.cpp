@@ -30,6 +30,8 @@ VyxPosFunc::~VyxPosFunc() {
     if (usbThread_.joinable()) usbThread_.join();
     if (ethThread_.joinable()) ethThread_.join();
     if (wifiThread_.joinable()) wifiThread_.join();
+    // No frame is offered any more: a running recording gets its End record.
+    recorder_.finish();
     usbLink_.close();
     ethSocket_.close();
     wifiSocket_.close();

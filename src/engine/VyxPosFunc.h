@@ -16,6 +16,7 @@
 #include "camera/StereoCompensation.h"
 #include "device/DeviceGeometry.h"
 #include "device/DeviceModel.h"
+#include "device/FrameRecorder.h"
 #include "device/TcpSocket.h"
 #include "device/UsbBulkLink.h"
 #include "device/WireProtocol.h"
@@ -274,6 +275,16 @@ public:
     int Zelmor_CalculateRobotCalibration(const T_RobotPosePair* pairs, int count,
                                          T_RobotCalibrationResult& result);
 
+    // ---- Recording (extension) ---------------------------------------------
+    // Records the link that connected last into a file: -1 for a null or
+    // empty path, a recording already running, no connected link with its
+    // configuration, or a file that cannot be created.
+    int Zelmor_StartRecording(const char* path);
+    // 0 when a recording was finished, -1 when none was running.
+    int Zelmor_StopRecording();
+    // The running or the last recording's figures (all zero before any).
+    int Zelmor_GetRecordingInfo(T_RecordingInfo& info);
+
     // ---- State read by the API layer and by tests -------------------------
     bool isRunning() const { return running_.load(std::memory_order_relaxed); }
     std::uint32_t deviceModelIndex() const { return deviceModelIndex_; }
@@ -310,6 +321,9 @@ private:
     // link into caller buffers.
     int wiredGreyImageInto(E_Interface iface, char* leftImage, char* rightImage);
     int wiredColorImageInto(E_Interface iface, char* image);
+    // A new connect of `iface` begins: a recording of that link finishes and
+    // the replies of its previous connect are forgotten.
+    void endRecordingForNewConnect(E_Interface iface);
     // Configuration fetch steps shared by the transports.
     void applyConfiguration(const std::uint8_t* config, std::size_t size, bool separateModelText);
     vyx::device::StatusLayout statusLayout() const;
@@ -348,6 +362,12 @@ private:
     bool separateModelTextPresent_ = false;
     vyx::device::ManufactureRecord manufacture_{};
     CameraParameterBlock cameraParameters_;
+
+    // The configuration replies of the last successful connect, as received,
+    // and the recorder that starts its files with them. The receiver threads
+    // offer frames to the recorder, which ignores those of other links.
+    std::optional<vyx::device::ConnectReplies> connectReplies_;
+    vyx::device::FrameRecorder recorder_;
 
     // Working camera model, the temperature it is compensated for (the
     // latest status's Temperature1), the pair-matching threshold override

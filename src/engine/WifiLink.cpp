@@ -23,6 +23,7 @@ constexpr auto kTriggeredRetryPause = std::chrono::milliseconds(5);
 }  // namespace
 
 int VyxPosFunc::Zelmor_WIFI_Initialize() {
+    endRecordingForNewConnect(Interface_WiFi);
     const int rc = reopenTcpLink(wifi_, wifiSocket_, wifiConnectIP_, wifiConnectPort_);
     if (rc != RV_SUCCESS) return rc;
     WIFICleanData(kWifiMarkerFrameMaxBytes);
@@ -50,6 +51,9 @@ int VyxPosFunc::WIFIReadConfigureData() {
     std::array<std::uint8_t, kConfigShortFormBytes> config{};
     if (!parseWifiConfigFrame(frame.data(), static_cast<std::size_t>(length), config.data()))
         return RV_FAILED;
+    ConnectReplies replies;
+    replies.link = Interface_WiFi;
+    replies.configuration.assign(frame.begin(), frame.begin() + length);
 
     separateModelText_.fill(0);
     separateModelTextPresent_ = false;
@@ -60,10 +64,12 @@ int VyxPosFunc::WIFIReadConfigureData() {
         if (WIFIRead(text.data(), length, 0) == RV_SUCCESS) {
             std::memcpy(separateModelText_.data(), text.data(), text.size());
             separateModelTextPresent_ = true;
+            replies.modelText.assign(text.begin(), text.end());
         }
     }
     cameraParameters_.configDataMode = 1024u;
     applyConfiguration(config.data(), config.size(), separateModelTextPresent_);
+    connectReplies_ = std::move(replies);
     wifi_.configValid.store(true, std::memory_order_relaxed);
     return RV_SUCCESS;
 }
@@ -89,6 +95,7 @@ int VyxPosFunc::WIFIReadMarkerInfo() {
         WIFICleanData(kWifiMarkerFrameMaxBytes);
         return RV_FAILED;
     }
+    recorder_.offer(Interface_WiFi, RecordType::MarkerFrame, wifiReceive_.data(), *total);
     std::lock_guard<std::mutex> frame(wifi_.frameLock);
     wifi_.frame = placed;
     wifi_.frameCounter.fetch_add(1, std::memory_order_release);
@@ -107,6 +114,7 @@ int VyxPosFunc::WIFIReadStatusInfo() {
         WIFICleanData(kWifiStatusFrameBytes);
         return RV_FAILED;
     }
+    recorder_.offer(Interface_WiFi, RecordType::WifiStatusFrame, frame.data(), frame.size());
     std::lock_guard<std::mutex> lock(wifi_.frameLock);
     wifiStatus_ = status;
     wifiStatusCounter_.fetch_add(1, std::memory_order_release);
@@ -144,8 +152,10 @@ void VyxPosFunc::WIFIProcess() {
                 wifi_.lastError.store(rc, std::memory_order_relaxed);
             }
         }
-        if (wifi_.lastError.load(std::memory_order_relaxed) != RV_SUCCESS)
+        if (wifi_.lastError.load(std::memory_order_relaxed) != RV_SUCCESS) {
             wifi_.acquireMask.store(0, std::memory_order_relaxed);
+            recorder_.requestFinish(Interface_WiFi);
+        }
     }
 }
 

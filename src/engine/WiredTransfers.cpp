@@ -66,6 +66,10 @@ int VyxPosFunc::fetchWiredConfiguration(E_Interface iface) {
         wiredRead(iface, config.data() + kConfigBlockBytes, length, 0) == RV_SUCCESS &&
         length == static_cast<int>(kConfigBlockBytes);
     std::uint32_t mode = secondBlock ? 1024u : 512u;
+    // The replies as received, for recordings of this link.
+    ConnectReplies replies;
+    replies.link = static_cast<int>(iface);
+    replies.configuration.assign(config.begin(), config.begin() + mode);
 
     if (!configBlockChecksumOk(config.data())) return RV_FAILED;
     if (mode == 1024u && !configBlockChecksumOk(config.data() + kConfigBlockBytes))
@@ -78,6 +82,7 @@ int VyxPosFunc::fetchWiredConfiguration(E_Interface iface) {
         length = static_cast<int>(kConfigLongFormBytes);
         if (wiredRead(iface, longForm.data(), length, 0) == RV_SUCCESS &&
             length == static_cast<int>(kConfigLongFormBytes)) {
+            replies.longForm.assign(longForm.begin(), longForm.end());
             config = longForm;
             configBytes = kConfigLongFormBytes;
             mode = 1024u;
@@ -92,6 +97,7 @@ int VyxPosFunc::fetchWiredConfiguration(E_Interface iface) {
         if (wiredRead(iface, text.data(), length, 0) == RV_SUCCESS && length > 0) {
             std::memcpy(separateModelText_.data(), text.data(), static_cast<std::size_t>(length));
             separateModelTextPresent_ = true;
+            replies.modelText.assign(text.begin(), text.begin() + length);
         }
     }
 
@@ -112,6 +118,7 @@ int VyxPosFunc::fetchWiredConfiguration(E_Interface iface) {
             geometry_.colorImageBytes, 2u * geometry_.blockBytes[kEthernetColorHalfBlock]);
         initETHTempResource();
     }
+    connectReplies_ = std::move(replies);
     link.configValid.store(true, std::memory_order_relaxed);
     return RV_SUCCESS;
 }
@@ -131,6 +138,7 @@ int VyxPosFunc::readWiredMarkerFrame(E_Interface iface) {
     if (wiredRead(iface, receive.data(), length, kFrameReadRetries) != RV_SUCCESS ||
         !isValidMarkerFrame(receive.data(), static_cast<std::size_t>(length)))
         return RV_READ_ERROR;
+    recorder_.offer(iface, RecordType::MarkerFrame, receive.data(), receive.size());
     // Publish only whole, checked frames: the API never sees a partial one.
     std::lock_guard<std::mutex> frame(link.frameLock);
     link.frame = receive;

@@ -51,6 +51,7 @@ struct Args {
     double pose[3][3]{};
     T_RobotPosePair robotPairs[3]{};
     T_RobotCalibrationResult robotCalibration{};
+    T_RecordingInfo recording{};
 };
 
 std::vector<Wrapper> allWrappers(Args& a) {
@@ -138,6 +139,9 @@ std::vector<Wrapper> allWrappers(Args& a) {
         {"GetEthernetConnectPort", false, [&](VyxHandle h) { return Vyx_GetEthernetConnectPort(h, &a.port); }},
         {"SetWifiConnectAddress", false, [&](VyxHandle h) { return Vyx_SetWifiConnectAddress(h, 127, 0, 0, 1, 17001); }},
         {"GetWifiConnectAddress", false, [&](VyxHandle h) { return Vyx_GetWifiConnectAddress(h, &a.ip[0], &a.ip[1], &a.ip[2], &a.ip[3], &a.port); }},
+        {"StartRecording", true, [&](VyxHandle h) { return Vyx_StartRecording(h, "/nonexistent/rec.vyxrec"); }},
+        {"StopRecording", false, [&](VyxHandle h) { return Vyx_StopRecording(h); }},
+        {"GetRecordingInfo", false, [&](VyxHandle h) { return Vyx_GetRecordingInfo(h, &a.recording); }},
     };
 }
 
@@ -219,6 +223,10 @@ TEST_F(ResultCodes, ArgumentAndOutputChecksComeAfterTheConnectedCheck) {
     EXPECT_EQ(Vyx_GetCountOfToolInfo(handle, nullptr), RV_FAILED);
     EXPECT_EQ(Vyx_CheckToolFile(handle, "x.vyxtool", nullptr), RV_FAILED);
     EXPECT_EQ(Vyx_GetVyxPositonMacAddress(handle, nullptr), RV_FAILED);
+    EXPECT_EQ(Vyx_GetRecordingInfo(handle, nullptr), RV_FAILED);
+    // No path, or no link whose configuration was read, to record.
+    for (const char* path : {static_cast<const char*>(nullptr), "", "/tmp/vyx_never_written.vyxrec"})
+        EXPECT_EQ(Vyx_StartRecording(handle, path), RV_FAILED) << (path ? path : "null");
 
     // FindToolInfo resets the first record only once the arguments pass:
     // refused minMatch values (1 and 2) leave it alone; accepted ones reach

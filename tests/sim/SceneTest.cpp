@@ -30,18 +30,21 @@ double distance(const Point3& a, const Point3& b) {
     return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z);
 }
 
-TEST(SceneFrameSource, CountsItsOwnRequestsAndReportsTheTemperatureRamp) {
+TEST(SceneFrameSource, CountsFromItsFirstIndexAndReportsTheTemperatureRamp) {
     Scene scene;
     scene.markers = {{{0, 0, 1500}, Visibility::Both}};
     scene.temperatureCelsius = 25.0;
     scene.temperatureStepPerFrame = 0.01;
     auto source = sceneFrameSource(defaultDescription(), scene);
-    for (std::uint32_t k = 0; k < 300; ++k) {
-        const MarkerFrame frame = source(1000 + 7 * k);  // the tracker's index plays no part
+    // Frame k of the scene for index 1000 + k, an index asked again getting
+    // its frame again (the Wi-Fi status peek) and an index skipped its frame.
+    for (const std::uint32_t k : {0u, 0u, 1u, 2u, 2u, 5u, 299u, 300u}) {
+        const MarkerFrame frame = source(1000 + k);
         ASSERT_EQ(frame.extendedId.value_or(0), k + 1);
         ASSERT_EQ(frame.frameId, (k + 1) & 0xFF);
         ASSERT_EQ(frame.status.temperature1Hundredths, 2500 + static_cast<int>(k));
     }
+    EXPECT_EQ(source(999).extendedId, 1u);  // before the first index: frame 0
     scene.extendedId = false;
     EXPECT_FALSE(sceneFrameSource(defaultDescription(), scene)(0).extendedId.has_value());
 }
