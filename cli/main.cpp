@@ -8,7 +8,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace {
@@ -46,6 +48,17 @@ CLI::Option* addConnectionOptions(CLI::App& app, ConnectionOptions& c) {
         ->group(group);
     return virtualOption;
 }
+
+// A number above zero, named as such when it is not (CLI11's own message
+// would print the whole range of a double).
+const CLI::Validator kPositive(
+    [](std::string& text) -> std::string {
+        char* end = nullptr;
+        const double value = std::strtod(text.c_str(), &end);
+        const bool ok = end != text.c_str() && *end == '\0' && value > 0.0 && std::isfinite(value);
+        return ok ? std::string() : "'" + text + "' is not a number above zero";
+    },
+    "POSITIVE");
 
 std::optional<double> secondsOption(double value) {
     return value > 0.0 ? std::optional<double>(value) : std::nullopt;
@@ -88,7 +101,7 @@ int main(int argc, char** argv) {
     trackCommand->add_option("--tools", track.tools, "only these tools")->delimiter(',')->type_name("A,B,...");
     trackCommand->add_option("--reference", track.reference, "express everything in this tool's frame");
     trackCommand->add_option("--seconds", trackSeconds, "stop after N seconds (default: Ctrl+C)")
-        ->check(CLI::PositiveNumber);
+        ->check(kPositive);
     trackCommand->add_option("--csv", track.csvFile, "write every frame's markers and tools to FILE");
     trackCommand->add_option("--record", track.recordFile, "record the session into FILE as well");
     trackCommand->callback([&] {
@@ -102,7 +115,7 @@ int main(int argc, char** argv) {
         sub->add_option("TOOL", procedure.tool, "the tool")->required();
         sub->add_flag("--save", procedure.save, "save the result without asking");
         sub->add_option("--timeout", procedure.timeoutSeconds, "give up after N seconds")
-            ->check(CLI::PositiveNumber)
+            ->check(kPositive)
             ->default_str("60");
         sub->callback([&procedure, &command, &connection, name] {
             procedure.procedure = name;
@@ -125,7 +138,7 @@ int main(int argc, char** argv) {
     CLI::App* recordCommand = app.add_subcommand("record", "record marker and status frames for replay");
     recordCommand->add_option("FILE", record.file, "recording to write")->required();
     recordCommand->add_option("--seconds", recordSeconds, "stop after N seconds (default: Ctrl+C)")
-        ->check(CLI::PositiveNumber);
+        ->check(kPositive);
     recordCommand->callback([&] {
         record.seconds = secondsOption(recordSeconds);
         command = [&] { return runRecord(connection, record); };
@@ -141,7 +154,7 @@ int main(int argc, char** argv) {
         ->default_str("1");
     replayCommand->add_option("--address", replay.address, "loopback address to serve on")->default_str("127.0.0.1");
     replayCommand->add_option("--port", replay.port, "TCP port (default: a free one)")->check(CLI::Range(1, 65535));
-    replayCommand->add_option("--seconds", replaySeconds, "stop after N seconds")->check(CLI::PositiveNumber);
+    replayCommand->add_option("--seconds", replaySeconds, "stop after N seconds")->check(kPositive);
     replayCommand->callback([&] {
         replay.seconds = secondsOption(replaySeconds);
         command = [&] { return runReplay(replay); };
@@ -163,7 +176,7 @@ int main(int argc, char** argv) {
     simCommand->add_flag("--no-long-form", [&sim](std::int64_t) { sim.longForm = false; },
                          "do not answer the long configuration request");
     simCommand->add_option("--write-tools", sim.writeTools, "write the scene's tool files into DIR and exit");
-    simCommand->add_option("--seconds", simSeconds, "stop after N seconds")->check(CLI::PositiveNumber);
+    simCommand->add_option("--seconds", simSeconds, "stop after N seconds")->check(kPositive);
     simCommand->callback([&] {
         sim.seconds = secondsOption(simSeconds);
         if (portOption->count() > 0) sim.port = simPort;
