@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 namespace vyx::device {
@@ -168,6 +170,12 @@ bool FrameRecorder::writeOut(int fd, std::vector<std::uint8_t>& buffer) {
 }
 
 void FrameRecorder::writerLoop(int fd, std::vector<std::uint8_t> opening) {
+    // A recording written into a pipe whose reader went away must fail the
+    // write (EPIPE), not kill the host process.
+    sigset_t pipeSignal;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
     std::vector<std::uint8_t> buffer = std::move(opening);
     // Frames encoded into `buffer` but not yet written.
     std::uint64_t pendingFrames = 0;
