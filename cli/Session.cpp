@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -137,7 +138,7 @@ Session::Session(const ConnectionOptions& options, const std::string& defaultSce
         throw CommandError(std::string("cannot connect over ") + linkName(link_) + " (result " +
                            std::to_string(rc) + "): " + connectAdvice(link_, rc));
     }
-    loadTools(options.toolDirectory);
+    loadToolDirectory(handle_, options.toolDirectory);
 }
 
 void Session::connectVirtual(const ConnectionOptions& options, const std::string& sceneName,
@@ -179,14 +180,23 @@ void Session::connectVirtual(const ConnectionOptions& options, const std::string
                     written.c_str());
 }
 
-void Session::loadTools(const std::string& directory) {
+void loadToolDirectory(VyxHandle handle, const std::string& directory) {
     std::string path = directory;
     if (!path.empty() && path.back() != '/') path += '/';
-    // A missing directory is an empty library, not an error: info and record
-    // need no tools. The scan's progress lines are the library's own
-    // diagnostics; they would only clutter the command's output.
+    // The scan's progress lines are the library's own diagnostics; they
+    // would only clutter the command's output.
     QuietStdout quiet;
-    Vyx_SetToolInfoFilePath(handle_, path.c_str(), true);
+    Vyx_SetToolInfoFilePath(handle, path.c_str(), true);
+}
+
+std::vector<std::string> toolNames(VyxHandle handle) {
+    int count = 0;
+    Vyx_GetCountOfToolInfo(handle, &count);
+    std::vector<t_ToolBaseInfo> tools(static_cast<std::size_t>(std::max(count, 0)));
+    std::vector<std::string> names;
+    if (count > 0 && Vyx_GetAllToolFilesBaseInfo(handle, tools.data()) == RV_SUCCESS)
+        for (const auto& tool : tools) names.emplace_back(tool.ToolName);
+    return names;
 }
 
 Session::~Session() {

@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace vyx::cli {
 
@@ -60,7 +61,6 @@ public:
 private:
     void connectVirtual(const ConnectionOptions& options, const std::string& sceneName,
                         bool byDefault);
-    void loadTools(const std::string& directory);
 
     VyxHandle handle_ = nullptr;
     E_Interface link_ = Interface_Ethernet;
@@ -80,6 +80,12 @@ public:
 private:
     int saved_ = -1;
 };
+
+// Loads the tool directory into the handle's library, without the scan's
+// progress lines. A missing directory is an empty library.
+void loadToolDirectory(VyxHandle handle, const std::string& directory);
+// The names of the library's tools, in its order.
+std::vector<std::string> toolNames(VyxHandle handle);
 
 // Throws CommandError naming the call when rc is not 0.
 void check(int rc, const std::string& what);

@@ -49,27 +49,23 @@ std::string refusalReason(const std::string& file) {
 
 int runToolsList(const std::string& toolDirectory) {
     OfflineHandle h;
-    const std::string directory = withSlash(toolDirectory);
-    {
-        QuietStdout quiet;
-        Vyx_SetToolInfoFilePath(h.get(), directory.c_str(), true);
-    }
-    int count = 0;
-    check(Vyx_GetCountOfToolInfo(h.get(), &count), "counting the tools");
-    if (count == 0) {
+    loadToolDirectory(h.get(), toolDirectory);
+    const std::vector<std::string> names = toolNames(h.get());
+    if (names.empty()) {
         std::printf("no tools in %s\n", toolDirectory.c_str());
         return 0;
     }
-    std::vector<t_ToolBaseInfo> tools(static_cast<std::size_t>(count));
-    check(Vyx_GetAllToolFilesBaseInfo(h.get(), tools.data()), "listing the tools");
     std::printf("%-20s %-10s %7s   %-26s\n", "name", "kind", "markers", "tip (tool frame, mm)");
-    for (const t_ToolBaseInfo& tool : tools) {
+    for (const std::string& name : names) {
         T_ToolFileData data{};
-        const std::string file = directory + tool.ToolName + ".vyxtool";
-        const bool read = Vyx_CheckToolFile(h.get(), file.c_str(), &data) == RV_SUCCESS;
-        std::printf("%-20s %-10s %7d   %s\n", tool.ToolName,
-                    tool.ToolKind == 1 ? "calibrator" : "tool", data.MarkerCount > 0 ? data.MarkerCount : tool.MarkerCount,
-                    read ? point(data.TipPoint).c_str() : "(file renamed)");
+        const std::string file = withSlash(toolDirectory) + name + ".vyxtool";
+        if (Vyx_CheckToolFile(h.get(), file.c_str(), &data) != RV_SUCCESS) {
+            std::printf("%-20s (its file is not named after it)\n", name.c_str());
+            continue;
+        }
+        std::printf("%-20s %-10s %7d   %s\n", name.c_str(),
+                    data.ToolKind == 'C' ? "calibrator" : "tool", data.MarkerCount,
+                    point(data.TipPoint).c_str());
     }
     return 0;
 }

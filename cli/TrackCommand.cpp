@@ -62,22 +62,12 @@ private:
     std::unique_ptr<std::FILE, Closer> file_;
 };
 
-std::vector<std::string> libraryToolNames(VyxHandle h) {
-    int count = 0;
-    Vyx_GetCountOfToolInfo(h, &count);
-    std::vector<t_ToolBaseInfo> tools(static_cast<std::size_t>(std::max(count, 0)));
-    std::vector<std::string> names;
-    if (count > 0 && Vyx_GetAllToolFilesBaseInfo(h, tools.data()) == RV_SUCCESS)
-        for (const auto& tool : tools) names.emplace_back(tool.ToolName);
-    return names;
-}
-
 }  // namespace
 
 int runTrack(const ConnectionOptions& connection, const TrackOptions& options) {
     Session session(connection, "workbench");
     const VyxHandle h = session.handle();
-    const std::vector<std::string> library = libraryToolNames(h);
+    const std::vector<std::string> library = toolNames(h);
     const std::vector<std::string> names = options.tools.empty() ? library : options.tools;
     for (const std::string& name : names)
         if (std::find(library.begin(), library.end(), name) == library.end())

@@ -169,6 +169,10 @@ public:
     // buffers sized for the current geometry.
     int wiredWrite(E_Interface iface, const std::uint8_t* buffer, int length);
     int wiredRead(E_Interface iface, std::uint8_t* buffer, int& length, int retries);
+    // Sends a one-byte request and reads its reply of exactly `bytes`: the
+    // write's result, or 3 when the reply is short.
+    int requestWholeReply(E_Interface iface, std::uint8_t request, std::uint8_t* reply,
+                          std::uint32_t bytes, int retries);
     int fetchWiredConfiguration(E_Interface iface);
     int readWiredMarkerFrame(E_Interface iface);
     int readGreyBlock(E_Interface iface, std::uint32_t block, int side);

@@ -40,6 +40,17 @@ int VyxPosFunc::wiredRead(E_Interface iface, std::uint8_t* buffer, int& length, 
     return iface == Interface_USB ? USBRead(buffer, length) : ETHRead(buffer, length, retries);
 }
 
+int VyxPosFunc::requestWholeReply(E_Interface iface, std::uint8_t request, std::uint8_t* reply,
+                                  std::uint32_t bytes, int retries) {
+    const int rc = wiredWrite(iface, &request, 1);
+    if (rc != RV_SUCCESS) return rc;
+    int length = static_cast<int>(bytes);
+    if (wiredRead(iface, reply, length, retries) != RV_SUCCESS ||
+        length != static_cast<int>(bytes))
+        return RV_READ_ERROR;
+    return RV_SUCCESS;
+}
+
 int VyxPosFunc::fetchWiredConfiguration(E_Interface iface) {
     const bool usb = iface == Interface_USB;
     LinkState& link = usb ? usb_ : eth_;
@@ -164,13 +175,9 @@ int VyxPosFunc::readGreyBlock(E_Interface iface, std::uint32_t block, int side) 
     auto& image = link.grey[static_cast<std::size_t>(link.greyHalf)][static_cast<std::size_t>(side)];
     const std::size_t offset = static_cast<std::size_t>(block) * blockBytes;
     if (image.size() < offset + bytes) return RV_FAILED;
-    const std::uint8_t request = greyRequest(block, side);
-    const int rc = wiredWrite(iface, &request, 1);
+    const int rc = requestWholeReply(iface, greyRequest(block, side), image.data() + offset, bytes,
+                                     retries);
     if (rc != RV_SUCCESS) return rc;
-    int length = static_cast<int>(bytes);
-    if (wiredRead(iface, image.data() + offset, length, retries) != RV_SUCCESS ||
-        length != static_cast<int>(bytes))
-        return RV_READ_ERROR;
     if (side == 1 && offset + bytes == geometry_.greyImageBytes) {
         std::lock_guard<std::mutex> images(link.imageLock);
         link.greyReadyHalf = link.greyHalf;
@@ -192,13 +199,9 @@ int VyxPosFunc::readColorPiece(E_Interface iface, std::uint32_t piece, std::uint
     auto& image = link.color[static_cast<std::size_t>(link.colorHalf)];
     const std::size_t offset = static_cast<std::size_t>(piece) * pieceBytes;
     if (image.size() < offset + bytes) return RV_FAILED;
-    const std::uint8_t request = piece == 0 ? command::kColorFirst : command::kColorNext;
-    const int rc = wiredWrite(iface, &request, 1);
+    const int rc = requestWholeReply(iface, piece == 0 ? command::kColorFirst : command::kColorNext,
+                                     image.data() + offset, bytes, kFrameReadRetries);
     if (rc != RV_SUCCESS) return rc;
-    int length = static_cast<int>(bytes);
-    if (wiredRead(iface, image.data() + offset, length, kFrameReadRetries) != RV_SUCCESS ||
-        length != static_cast<int>(bytes))
-        return RV_READ_ERROR;
     if (offset + bytes == geometry_.colorImageBytes) {
         std::lock_guard<std::mutex> images(link.imageLock);
         link.colorReadyHalf = link.colorHalf;

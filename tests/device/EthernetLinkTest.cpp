@@ -45,10 +45,8 @@ protected:
 
     int connect() {
         if (handle == nullptr && Vyx_API_Initial(&handle) != RV_SUCCESS) return -100;
-        Vyx_SetEthernetConnectIP(handle, 127, 0, 0, hostByte);
-        Vyx_SetEthernetConnectPort(handle, vyx::test::trackerPort(hostByte));
         para = T_VYXPOS_DATAPARA{};
-        return Vyx_ConnectDevice(handle, kEth, &para);
+        return vyx::test::connectToHost(handle, kEth, hostByte, &para);
     }
 
     std::string model() const { return std::string(para.DeviceModel, strnlen(para.DeviceModel, 20)); }

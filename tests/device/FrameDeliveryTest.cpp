@@ -25,10 +25,7 @@ protected:
     void connectTo(unsigned char host) {
         tracker.start("127.0.0." + std::to_string(host), vyx::test::trackerPort(host));
         ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
-        ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host), RV_SUCCESS);
-        ASSERT_EQ(Vyx_SetEthernetConnectPort(handle, vyx::test::trackerPort(host)), RV_SUCCESS);
-        T_VYXPOS_DATAPARA para{};
-        ASSERT_EQ(Vyx_ConnectDevice(handle, kEth, &para), RV_SUCCESS);
+        ASSERT_EQ(vyx::test::connectToHost(handle, kEth, host), RV_SUCCESS);
     }
 
     int triggered() { return Vyx_GetMarkerAndStatusFromHardware(handle, kEth, &markers, &status); }

@@ -34,19 +34,13 @@ protected:
     int serve(E_Interface link, unsigned char host) {
         iface = link;
         if (iface == Interface_WiFi) tracker.setFraming(vyx::sim::LinkFraming::WiFi);
-        const std::uint16_t port = vyx::test::trackerPort(host);
-        tracker.start("127.0.0." + std::to_string(host), port);
+        tracker.start("127.0.0." + std::to_string(host), vyx::test::trackerPort(host));
         if (Vyx_API_Initial(&handle) != RV_SUCCESS) return -100;
-        Vyx_SetWifiConnectAddress(handle, 127, 0, 0, host, port);
-        Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host);
-        Vyx_SetEthernetConnectPort(handle, port);
+        hostByte = host;
         return connect();
     }
 
-    int connect() {
-        T_VYXPOS_DATAPARA para{};
-        return Vyx_ConnectDevice(handle, iface, &para);
-    }
+    int connect() { return vyx::test::connectToHost(handle, iface, hostByte); }
 
     T_RecordingInfo info() const {
         T_RecordingInfo i{};
@@ -73,6 +67,7 @@ protected:
     vyx::sim::VirtualTracker tracker;
     VyxHandle handle = nullptr;
     E_Interface iface = Interface_Ethernet;
+    unsigned char hostByte = 0;
 };
 
 struct LinkCase {

@@ -70,9 +70,7 @@ protected:
         tracker.setMarkerFrameSource(sceneFrameSource(description, scene));
         tracker.start("127.0.0." + std::to_string(host), vyx::test::trackerPort(host));
         ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
-        ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host), RV_SUCCESS);
-        ASSERT_EQ(Vyx_SetEthernetConnectPort(handle, vyx::test::trackerPort(host)), RV_SUCCESS);
-        ASSERT_EQ(Vyx_ConnectDevice(handle, Interface_Ethernet, &para), RV_SUCCESS);
+        ASSERT_EQ(vyx::test::connectToHost(handle, Interface_Ethernet, host, &para), RV_SUCCESS);
     }
 
     // The next reconstructed frame, fetched on request.

@@ -40,8 +40,7 @@ protected:
             tracker.setMarkerFrameSource(vyx::sim::sceneFrameSource(tracker.description(), *scene));
         tracker.start("127.0.0." + std::to_string(host), vyx::test::trackerPort(host));
         if (Vyx_API_Initial(&handle) != RV_SUCCESS) return -100;
-        Vyx_SetWifiConnectAddress(handle, 127, 0, 0, host, vyx::test::trackerPort(host));
-        return Vyx_ConnectDevice(handle, kWifi, &para);
+        return vyx::test::connectToHost(handle, kWifi, host, &para);
     }
 
     std::vector<Bytes> commandsSince(std::size_t from) const {

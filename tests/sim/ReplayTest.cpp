@@ -246,11 +246,7 @@ TEST(Replay, DeliversTheRecordedFramesToTheLibraryInOrder) {
         } engine;
         ASSERT_EQ(Vyx_API_Initial(&engine.handle), RV_SUCCESS);
         const E_Interface iface = wifi ? Interface_WiFi : Interface_Ethernet;
-        Vyx_SetWifiConnectAddress(engine.handle, 127, 0, 0, host, vyx::test::trackerPort(host));
-        Vyx_SetEthernetConnectIP(engine.handle, 127, 0, 0, host);
-        Vyx_SetEthernetConnectPort(engine.handle, vyx::test::trackerPort(host));
-        T_VYXPOS_DATAPARA para{};
-        ASSERT_EQ(Vyx_ConnectDevice(engine.handle, iface, &para), RV_SUCCESS);
+        ASSERT_EQ(vyx::test::connectToHost(engine.handle, iface, host), RV_SUCCESS);
         T_MarkerInfo markers{};
         T_VyxPosStatusInfo status{};
         for (std::uint32_t k = 0; k < kFrames; ++k) {

@@ -122,10 +122,7 @@ public:
         tracker.setMarkerFrameSource(sim::sceneFrameSource(sim::defaultDescription(), scene));
         tracker.start("127.0.0." + std::to_string(host), trackerPort(host));
         ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
-        ASSERT_EQ(Vyx_SetEthernetConnectIP(handle, 127, 0, 0, host), RV_SUCCESS);
-        ASSERT_EQ(Vyx_SetEthernetConnectPort(handle, trackerPort(host)), RV_SUCCESS);
-        T_VYXPOS_DATAPARA para{};
-        ASSERT_EQ(Vyx_ConnectDevice(handle, Interface_Ethernet, &para), RV_SUCCESS);
+        ASSERT_EQ(connectToHost(handle, Interface_Ethernet, host), RV_SUCCESS);
         ASSERT_EQ(Vyx_SetToolInfoFilePath(handle, toolDirectory.c_str(), true), RV_SUCCESS);
     }
 
