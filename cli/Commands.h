@@ -28,6 +28,18 @@ struct TrackOptions {
 };
 int runTrack(const ConnectionOptions& connection, const TrackOptions& options);
 
+// OpenIGTLink server (built with OpenIGTLink only: VYX_HAVE_SERVE).
+struct ServeOptions {
+    std::vector<std::string> tools;  // empty: every tool of the library but the reference
+    std::string reference;
+    bool tipPose = false;            // the tip with the tool's rotation, not the tool's pose
+    std::string address = "127.0.0.1";
+    unsigned short port = 18944;
+    double maxRateHz = 0.0;          // 0: every frame
+    std::optional<double> seconds;   // none: until Ctrl+C
+};
+int runServe(const ConnectionOptions& connection, const ServeOptions& options);
+
 // The calibration procedures.
 struct ProcedureOptions {
     std::string procedure;  // pivot, tipcal, selfcal, maketool

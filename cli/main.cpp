@@ -183,6 +183,36 @@ int main(int argc, char** argv) {
         command = [&] { return runSim(sim); };
     });
 
+#ifdef VYX_HAVE_SERVE
+    // serve's own --rate is the cap on the stream; the virtual tracker's
+    // frame rate (the connection option) is then given before "serve".
+    ServeOptions serve;
+    double serveSeconds = 0.0;
+    std::string servePose = "tool";
+    CLI::App* serveCommand = app.add_subcommand("serve", "stream the tools' poses to OpenIGTLink clients");
+    serveCommand->add_option("--tools", serve.tools, "only these tools (default: all but the reference)")
+        ->delimiter(',')
+        ->type_name("A,B,...");
+    serveCommand->add_option("--reference", serve.reference, "poses in this tool's frame");
+    serveCommand->add_option("--pose", servePose, "tool: the tool's pose; tip: its tip, with the tool's rotation")
+        ->check(CLI::IsMember({"tool", "tip"}))
+        ->default_str("tool");
+    serveCommand->add_option("--address", serve.address, "address to listen on (other than loopback: open to the network)")
+        ->default_str("127.0.0.1");
+    serveCommand->add_option("--port", serve.port, "TCP port")->check(CLI::Range(1, 65535))->default_str("18944");
+    serveCommand->add_option("--rate", serve.maxRateHz,
+                             "send at most HZ frames per second (default: every frame; the virtual "
+                             "tracker's own rate goes before 'serve': vyx --rate 120 serve --rate 30)")
+        ->type_name("HZ")
+        ->check(kPositive);
+    serveCommand->add_option("--seconds", serveSeconds, "stop after N seconds (default: Ctrl+C)")->check(kPositive);
+    serveCommand->callback([&] {
+        serve.tipPose = servePose == "tip";
+        serve.seconds = secondsOption(serveSeconds);
+        command = [&] { return runServe(connection, serve); };
+    });
+#endif
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {

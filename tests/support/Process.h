@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 extern char** environ;
@@ -75,9 +76,17 @@ public:
         while (pump(deadline)) {
         }
         if (pid_ <= 0) return result_;
+        // A program may close its pipes and still run: wait for it only
+        // until the deadline, then kill it.
         int status = 0;
-        if (std::chrono::steady_clock::now() >= deadline) kill(pid_, SIGKILL);
-        waitpid(pid_, &status, 0);
+        while (waitpid(pid_, &status, WNOHANG) == 0) {
+            if (std::chrono::steady_clock::now() >= deadline) {
+                kill(pid_, SIGKILL);
+                waitpid(pid_, &status, 0);
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
         exited_ = true;
         result_.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         return result_;
@@ -86,7 +95,7 @@ public:
 private:
     // Reads what is there; false once both pipes are closed or time is up.
     bool pump(std::chrono::steady_clock::time_point deadline) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0 || (outFd_ < 0 && errFd_ < 0)) return false;
         pollfd fds[2] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}};
