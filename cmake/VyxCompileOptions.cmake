@@ -15,3 +15,12 @@ if(VYX_SANITIZE)
         add_compile_options(-fno-sanitize-recover=undefined)
     endif()
 endif()
+
+# Fuzzing: every target carries libFuzzer's coverage instrumentation; the
+# fuzz targets link its driver (tests/fuzz).
+if(VYX_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        message(FATAL_ERROR "VYX_FUZZ needs clang (CXX=clang++)")
+    endif()
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

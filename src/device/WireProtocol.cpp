@@ -130,6 +130,17 @@ bool isOverLimit(const std::uint8_t* markerOrigin) {
            markerOrigin[marker_offset::kRightValue] > 5;
 }
 
+MarkerPoints decodeMarkerPoints(const std::uint8_t* markerOrigin) {
+    MarkerPoints points;
+    points.leftCount = std::min<std::size_t>(markerOrigin[marker_offset::kLeftCount], kMaxPointsPerCamera);
+    points.rightCount = std::min<std::size_t>(markerOrigin[marker_offset::kRightCount], kMaxPointsPerCamera);
+    std::memcpy(points.left.data(), markerOrigin + marker_offset::kLeftPoints,
+                points.leftCount * 2 * sizeof(float));
+    std::memcpy(points.right.data(), markerOrigin + marker_offset::kRightPoints,
+                points.rightCount * 2 * sizeof(float));
+    return points;
+}
+
 std::uint32_t hardwareCheckValue(std::uint64_t field) {
     const auto lane = [field](int i) {
         return static_cast<std::uint16_t>((field >> (16 * i)) & 0xFFFF);

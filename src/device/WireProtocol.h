@@ -131,6 +131,14 @@ std::uint32_t frameIdAt(const std::uint8_t* markerOrigin);
 // True when either camera's header value exceeds 5.
 bool isOverLimit(const std::uint8_t* markerOrigin);
 
+// The 2D points of both cameras at a marker origin: x, y per point, each
+// count clamped to kMaxPointsPerCamera whatever the header byte says.
+struct MarkerPoints {
+    std::size_t leftCount = 0, rightCount = 0;
+    std::array<float, 2 * kMaxPointsPerCamera> left{}, right{};
+};
+MarkerPoints decodeMarkerPoints(const std::uint8_t* markerOrigin);
+
 // Health of the device from the 64-bit hardware check field: 7 when lane 0 is
 // not zero, else 1..6 for the first of the temperature-like lanes out of
 // range, else 0.

@@ -37,25 +37,19 @@ void VyxPosFunc::CalculateMlrRT_SEF() { ::CalculateMlrRT_SEF(stereo_); }
 void VyxPosFunc::getMarkerStruct(const std::uint8_t* markerOrigin, T_MarkerInfo& markers) {
     // The caller holds a private copy of the frame, so nothing here races
     // with the receiver thread.
-    const std::uint8_t* header = markerOrigin;
-    const std::size_t leftCount = std::min<std::size_t>(header[marker_offset::kLeftCount], kMaxPointsPerCamera);
-    const std::size_t rightCount = std::min<std::size_t>(header[marker_offset::kRightCount], kMaxPointsPerCamera);
-    std::array<float, 2 * kMaxPointsPerCamera> left{};
-    std::array<float, 2 * kMaxPointsPerCamera> right{};
-    std::memcpy(left.data(), markerOrigin + marker_offset::kLeftPoints, leftCount * 2 * sizeof(float));
-    std::memcpy(right.data(), markerOrigin + marker_offset::kRightPoints, rightCount * 2 * sizeof(float));
+    MarkerPoints points = decodeMarkerPoints(markerOrigin);
 
     markers.MarkerNumber = 0;
     markers.OverLimitFlag = isOverLimit(markerOrigin) ? 1u : 0u;
     markers.ID = getID(markerOrigin);
 
-    const std::uint8_t idByte = header[marker_offset::kFrameId];
+    const std::uint8_t idByte = markerOrigin[marker_offset::kFrameId];
     if (idByte != previousFrameIdSlot_) {
         previousFrameIdSlot_ = idByte;
         CalculateSysPara(compensationTemperature_);
         CalculateMlrRT_SEF();
-        Zelmor_Calculate3DPoints(left.data(), static_cast<int>(leftCount), right.data(),
-                                 static_cast<int>(rightCount), markers);
+        Zelmor_Calculate3DPoints(points.left.data(), static_cast<int>(points.leftCount),
+                                 points.right.data(), static_cast<int>(points.rightCount), markers);
         // With a reference tool set and seen, the frame is delivered in its frame.
         cv::Matx44d reference;
         if (reference_.isSet() && Zelmor_GetRefToolTrans(markers, reference, 0) == RV_SUCCESS)

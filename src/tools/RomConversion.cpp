@@ -110,9 +110,12 @@ bool readRomToolFile(const char* path, RomToolContent& content, bool readMarkerV
     if (!rom.isOpen()) return false;
 
     RomToolContent read;
-    std::int8_t count = 0;
+    std::int8_t countByte = 0;
     if (!rom.read(kHeaderByteOffset, 1, &read.headerByte)) return false;
-    if (!rom.read(kMarkerCountOffset, 1, &count)) return false;
+    if (!rom.read(kMarkerCountOffset, 1, &countByte)) return false;
+    // Signed, so at most 127: the upper bound holds for any byte and stays
+    // as the limit the library's tools share.
+    const int count = countByte;
     if (count < 1 || count > kMaxToolMarkers) return false;
     read.markerCount = count;
     if (!rom.read(kHeaderWordOffset, 4, read.headerWord.data())) return false;
