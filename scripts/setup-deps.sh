@@ -7,7 +7,8 @@ set -eu
 # with; the library itself links OpenCV's core module alone.
 PACKAGES="g++ cmake ninja-build pkg-config binutils libopencv-core-dev libeigen3-dev \
 libusb-1.0-0-dev libgtest-dev libbenchmark-dev umockdev libumockdev-dev \
-libopencv-calib3d-dev libcli11-dev libopenigtlink-dev python3-numpy python3-pytest"
+libopencv-calib3d-dev libcli11-dev libopenigtlink-dev python3-numpy python3-pytest \
+clang libclang-rt-14-dev"
 
 missing=""
 for p in $PACKAGES; do
