@@ -40,9 +40,9 @@ cmake -S "$tree" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/nu
 echo "no fault:"
 run_suite
 for f in $faults; do
-    spec=$(fault "$f")
-    file=${spec%%|*}
-    sed -i "${spec#*|}" "$tree/$file"
+    change=$(fault "$f")
+    file=${change%%|*}
+    sed -i "${change#*|}" "$tree/$file"
     git -C "$tree" diff --quiet -- "$file" && { echo "$f: the fault did not apply to $file" >&2; exit 1; }
     echo "$f ($file):"
     run_suite
