@@ -1,5 +1,5 @@
-"""The package without a device: layout check, coverage of the exported
-functions, installation, errors and the handle's lifecycle."""
+# The package without a device: layout check, coverage of the exported
+# functions, installation, errors and the handle's lifecycle.
 
 import os
 import subprocess

@@ -3,7 +3,6 @@
 import ctypes
 import ctypes.util
 import os
-import re
 from ctypes import POINTER, c_bool, c_char_p, c_double, c_float, c_int, c_ubyte, c_ushort, c_void_p
 from pathlib import Path
 
@@ -13,7 +12,7 @@ from ._records import (T_AccuracyToolResult, T_ManufactureInfo, T_MarkerInfo,
                        T_ToolFileData, T_ToolTipPivotInfo, T_ToolTipPivotQuality,
                        T_VYXPOS_DATAPARA, T_VyxPosStatusInfo, T_VyxSingleToolDataResult,
                        T_VyxToolDataResult, t_ToolBaseInfo, t_ToolFixProInfo,
-                       t_ToolMadeProInfo, t_ToolTipCalProInfo)
+                       t_ToolMadeProInfo, t_ToolTipCalProInfo, snake_case)
 
 H = c_void_p  # VyxHandle
 I = c_int     # int and the 32-bit enumerations
@@ -142,8 +141,7 @@ def python_name(c_name):
     """The Python name of a Vyx_ function: Vyx_GetStatusInfo -> get_status_info."""
     if c_name in _NAME_EXCEPTIONS:
         return _NAME_EXCEPTIONS[c_name]
-    words = re.sub(r"(?<=[a-z0-9])(?=[A-Z])|(?<=[A-Z])(?=[A-Z][a-z])", "_", c_name[4:])
-    return words.lower()
+    return snake_case(c_name[4:])
 
 
 def _candidates():

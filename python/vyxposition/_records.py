@@ -2,6 +2,7 @@
 against the layout table that the build generates from that header."""
 
 import ctypes
+import re
 from ctypes import (POINTER, Structure, c_bool, c_char, c_char_p, c_double, c_float, c_int16,
                     c_int32, c_uint8, c_uint16, c_uint32, c_uint64)
 
@@ -9,6 +10,11 @@ MAX_MARKERS = 200
 TOOL_NAME_SIZE = 200
 MODEL_TEXT_SIZE = 20
 MAX_ROBOT_POSE_PAIRS = 1000
+
+
+def snake_case(name):
+    """MarkerNumber -> marker_number, FRE -> fre, GetRMSValue -> get_rms_value."""
+    return re.sub(r"(?<=[a-z0-9])(?=[A-Z])|(?<=[A-Z])(?=[A-Z][a-z])", "_", name).lower()
 
 
 class T_MarkerInfo(Structure):

@@ -5,7 +5,6 @@ frozen dataclasses whose fields are the C fields in snake case."""
 import ctypes
 import dataclasses
 import enum
-import re
 from dataclasses import dataclass
 
 import numpy as np
@@ -55,10 +54,6 @@ class PivotVerdict(enum.IntEnum):
     RESIDUAL_TOO_HIGH = 3
 
 
-def _snake(name):
-    return re.sub(r"(?<=[a-z0-9])(?=[A-Z])|(?<=[A-Z])(?=[A-Z][a-z])", "_", name).lower()
-
-
 def _value(value):
     if isinstance(value, bytes):
         return value.decode("utf-8", "replace")
@@ -71,7 +66,7 @@ def _record_class(name, structure, doc, trims=None):
     """A frozen dataclass with the structure's fields (reserved ones left
     out) in snake case; arrays become NumPy arrays, texts str. trims: array
     field -> count field, keeping the array's first count rows."""
-    names = [(c_name, _snake(c_name)) for c_name, _ in structure._fields_
+    names = [(c_name, c.snake_case(c_name)) for c_name, _ in structure._fields_
              if not c_name.startswith("Reserved")]
     cls = dataclasses.make_dataclass(name, [n for _, n in names], frozen=True, eq=False)
     cls.__doc__ = f"{doc} (from {structure.__name__}). Fields: " + ", ".join(n for _, n in names)

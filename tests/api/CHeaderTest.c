@@ -26,34 +26,23 @@ _Static_assert(sizeof(t_ToolFixProInfo) == 16, "t_ToolFixProInfo size as seen fr
 _Static_assert(sizeof(t_ToolMadeProInfo) == 16, "t_ToolMadeProInfo size as seen from C");
 _Static_assert(sizeof(E_Interface) == 4 && sizeof(E_DataType) == 4, "enumerations are 32-bit");
 
-static int failures = 0;
-static int checks = 0;
-
-static void expect_int(const char* what, int actual, int expected) {
-    ++checks;
-    if (actual != expected) {
-        ++failures;
-        printf("FAILED: %s: got %d, expected %d\n", what, actual, expected);
-    }
-}
-
+/* The library's own version text; a record filled across the boundary (a
+ * connect with a null handle still writes "no known model"); a handle created
+ * and closed from C. */
 int main(void) {
     VyxHandle handle = NULL;
     T_VYXPOS_DATAPARA para;
     memset(&para, 0, sizeof para);
-
-    expect_int("version text", strcmp(Vyx_API_GetLibVersion(),
-                                      "API-V2.3.5 for Linux / Opencv4.7.0 update version / 2025-1-20"),
-               0);
-    expect_int("connect with null handle", Vyx_ConnectDevice(NULL, Interface_Ethernet, &para),
-               RV_NULL_HANDLE);
-    expect_int("device type after null-handle connect", (int)para.DeviceType, 100);
-    expect_int("initial", Vyx_API_Initial(&handle), RV_SUCCESS);
-    expect_int("marker info before connect", Vyx_GetMarkerInfo(handle, Interface_Ethernet, NULL),
-               RV_NOT_CONNECTED);
-    expect_int("close", Vyx_API_Close(&handle), RV_SUCCESS);
-    expect_int("handle cleared", handle == NULL, 1);
-
-    printf("%d passed, %d failed\n", checks - failures, failures);
+    const int version = strcmp(Vyx_API_GetLibVersion(),
+                               "API-V2.3.5 for Linux / Opencv4.7.0 update version / 2025-1-20");
+    const int connect = Vyx_ConnectDevice(NULL, Interface_Ethernet, &para);
+    const int initial = Vyx_API_Initial(&handle);
+    const int closed = Vyx_API_Close(&handle);
+    const int failures = (version != 0) + (connect != RV_NULL_HANDLE) + (para.DeviceType != 100) +
+                         (initial != RV_SUCCESS) + (closed != RV_SUCCESS) + (handle != NULL);
+    printf("version %d, connect %d, device type %u, initial %d, close %d, handle %s\n",
+           version, connect, (unsigned)para.DeviceType, initial, closed,
+           handle == NULL ? "cleared" : "kept");
+    printf("%d passed, %d failed\n", 6 - failures, failures);
     return failures == 0 ? 0 : 1;
 }

@@ -45,27 +45,23 @@ std::vector<const double*> rowsOf(const std::vector<cv::Vec3d>& points) {
     return rows;
 }
 
-TEST(AccuracyArtefact, KeepsTheCertifiedLengthAndEachEndsShape) {
+TEST(AccuracyArtefact, KeepsTheCertifiedLengthAndRefusesImpossibleGeometry) {
     AccuracyArtefact a;
     ASSERT_TRUE(makeAccuracyArtefact(kCertificate.data(), 8, a));
     EXPECT_NEAR(a.certifiedLengthMm, kTrueLength, 1e-12);
     // The artefact frame: origin at end A's centroid, X from end B's towards
     // it (as far as X can go in end A's plane, which is tilted a little).
+    // Each end's shape is checked by the static form's point errors.
     EXPECT_LT(cv::norm(a.frameT - centroid(kCertificate, 0)), 1e-5);
     const cv::Vec3d x = centroid(kCertificate, 0) - centroid(kCertificate, 4);
     EXPECT_GT((a.frameR * x)[0], 0.99 * kTrueLength);
-    // Each end's shape is checked by the static form's point errors.
-}
 
-TEST(AccuracyArtefact, RefusesAnotherCountAndImpossibleGeometry) {
-    AccuracyArtefact a;
+    std::vector<cv::Vec3d> notFinite = kCertificate, oneEnd = kCertificate;
+    notFinite[5][1] = std::nan("");
+    for (int i = 4; i < 8; ++i) oneEnd[i] = kCertificate[i - 4];  // both ends in one place
     EXPECT_FALSE(makeAccuracyArtefact(kCertificate.data(), 7, a));
-    std::vector<cv::Vec3d> bad = kCertificate;
-    bad[5][1] = std::nan("");
-    EXPECT_FALSE(makeAccuracyArtefact(bad.data(), 8, a));
-    bad = kCertificate;
-    for (int i = 4; i < 8; ++i) bad[i] = kCertificate[i - 4];  // both ends in one place
-    EXPECT_FALSE(makeAccuracyArtefact(bad.data(), 8, a));
+    EXPECT_FALSE(makeAccuracyArtefact(notFinite.data(), 8, a));
+    EXPECT_FALSE(makeAccuracyArtefact(oneEnd.data(), 8, a));
 }
 
 TEST(AccuracyCheck, BadInputIsRefusedWithoutChangingTheState) {

@@ -2,6 +2,7 @@
 // quality report, and the merge of the result into the tool file.
 #include "calibration/PivotCalibration.h"
 #include "calibration/PivotQuality.h"
+#include "support/SyntheticFrames.h"
 #include "tools/ToolFile.h"
 #include "tools/ToolTestFiles.h"
 
@@ -55,14 +56,12 @@ T_ToolTipPivotQuality assess(const std::vector<std::pair<cv::Matx33d, cv::Vec3d>
 }
 
 TEST(PivotCalibration, SolvesTheTipOnTheTwoHundredthPoseAndThenRefusesFrames) {
-    ScratchDirectory dir;
-    writeFile(dir.file("probe.vyxtool"), fourMarkerToolText("probe"));
-    ToolLibrary library;
-    library.AddFormatToolInfoFromFile(dir.file("probe.vyxtool").c_str());
+    vyx::test::PointerAndCalibrator tools;
+    ToolLibrary& library = tools.library;
     ToolTipProgress shared;
     PivotCalibration pivot;
     ASSERT_EQ(pivot.init(library, shared, "nobody", false), -1);
-    ASSERT_EQ(pivot.init(library, shared, "probe", false), 0);
+    ASSERT_EQ(pivot.init(library, shared, "pointer", false), 0);
     EXPECT_EQ(library.toolAt(0)->tipPoints, (std::vector<float>{0, 0, 0, 0, 0, -100}));
 
     const auto poses = conePoses(0.5, 0.0, 1);
@@ -70,7 +69,7 @@ TEST(PivotCalibration, SolvesTheTipOnTheTwoHundredthPoseAndThenRefusesFrames) {
     int recognitionCode = 0;
     bool visible = true;
     const auto recognise = [&](const std::string& name, T_VyxToolDataResult& r) {
-        EXPECT_EQ(name, "probe");
+        EXPECT_EQ(name, "pointer");
         if (!visible) return recognitionCode;
         const auto& [R, T] = poses[next++];
         r.ValidFlag = 1;
@@ -100,7 +99,7 @@ TEST(PivotCalibration, SolvesTheTipOnTheTwoHundredthPoseAndThenRefusesFrames) {
     ASSERT_TRUE(pivot.quality(quality));
     EXPECT_LT(cv::norm(cv::Vec3d(quality.TipPoint) - kTip), 1e-3);
     EXPECT_LT(cv::norm(cv::Vec3d(quality.PivotPoint) - kPivot), 1e-3);
-    ASSERT_EQ(pivot.init(library, shared, "probe", true), 0);
+    ASSERT_EQ(pivot.init(library, shared, "pointer", true), 0);
     EXPECT_FALSE(pivot.quality(quality));
     EXPECT_EQ(library.toolAt(0)->tipPoints, std::vector<float>(6, 0.0f));
 }

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <limits>
 #include <string>
 
@@ -75,34 +74,27 @@ TEST(RobotTargetPose, GivesBackTheFlangePoseThatPutsTheToolOnThePoints) {
 TEST(RobotTargetPose, RefusesPointsAndToolsThatDefineNoOrientation) {
     double good[3][3];
     pointsFor(pose({0.3, 0.2, 0.1}, {300.0, 0.0, 500.0}), good);
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const auto moved = [&](int point, const Eigen::Vector3d& to) {
-        return [point, to](double p[3][3]) {
-            for (int i = 0; i < 3; ++i) p[point][i] = to(i);
-        };
-    };
     const Eigen::Vector3d aim(good[0][0], good[0][1], good[0][2]);
     const Eigen::Vector3d entry(good[1][0], good[1][1], good[1][2]);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
     const struct {
         const char* name;
-        std::function<void(double[3][3])> spoil;
-        Eigen::Vector3d tipAxisPoint;
+        int point;  // the one moved, to `to`; -1 for none
+        Eigen::Vector3d to, tipAxisPoint;
     } cases[] = {
-        {"entry on the target", moved(1, aim), kTipAxisPoint},
-        {"entry 0.0005 mm from the target", moved(1, aim + Eigen::Vector3d(0, 0, 5e-4)),
-         kTipAxisPoint},
-        {"roll reference on the path", moved(2, aim + 3.0 * (entry - aim)), kTipAxisPoint},
-        {"roll reference on the target", moved(2, aim), kTipAxisPoint},
-        {"target not finite", moved(0, {nan, 0.0, 0.0}), kTipAxisPoint},
-        {"tool without a tip axis", [](double[3][3]) {}, kTip},
-        {"tool with its X axis along its tip axis", [](double[3][3]) {},
-         kTip + Eigen::Vector3d(-30.0, 0.0, 0.0)},
+        {"entry on the target", 1, aim, kTipAxisPoint},
+        {"entry 0.0005 mm from the target", 1, aim + Eigen::Vector3d(0, 0, 5e-4), kTipAxisPoint},
+        {"roll reference on the path", 2, aim + 3.0 * (entry - aim), kTipAxisPoint},
+        {"roll reference on the target", 2, aim, kTipAxisPoint},
+        {"target not finite", 0, {nan, 0.0, 0.0}, kTipAxisPoint},
+        {"tool without a tip axis", -1, {}, kTip},
+        {"tool with its X axis along its tip axis", -1, {}, kTip - 30.0 * Eigen::Vector3d::UnitX()},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         double points[3][3];
         std::copy(&good[0][0], &good[0][0] + 9, &points[0][0]);
-        c.spoil(points);
+        for (int i = 0; i < 3 && c.point >= 0; ++i) points[c.point][i] = c.to(i);
         float target[6] = {1, 2, 3, 4, 5, 6};
         EXPECT_FALSE(robotTargetPose(calibration(kTip, c.tipAxisPoint), points, target));
         for (int i = 0; i < 6; ++i) EXPECT_EQ(target[i], static_cast<float>(i + 1));

@@ -1,10 +1,12 @@
 // Self-calibration over synthetic frames: what counts, what moves.
 #include "calibration/ToolSelfCalibration.h"
+#include "support/SyntheticFrames.h"
 #include "tools/ToolTestFiles.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <vector>
 
 namespace {
 
@@ -15,16 +17,12 @@ const char* kFiveMarkerTool =
 // The tool's first `count` markers at (0, 0, 1500) turned by `angle` about Z,
 // marker 1 moved `shift` mm along Z (of the tool).
 T_MarkerInfo frameOf(int count, double angle, double shift) {
-    const double markers[5][3] = {{0, 0, 0}, {50, 0, shift}, {0, 80, 0}, {0, 0, 120}, {40, 40, 40}};
-    T_MarkerInfo frame{};
-    frame.MarkerNumber = static_cast<std::uint32_t>(count);
-    for (int i = 0; i < count; ++i) {
-        const double x = markers[i][0], y = markers[i][1];
-        frame.MarkerCoordinate[i][0] = std::cos(angle) * x - std::sin(angle) * y;
-        frame.MarkerCoordinate[i][1] = std::sin(angle) * x + std::cos(angle) * y;
-        frame.MarkerCoordinate[i][2] = markers[i][2] + 1500;
-    }
-    return frame;
+    const double c = std::cos(angle), s = std::sin(angle);
+    const cv::Matx33d R(c, -s, 0, s, c, 0, 0, 0, 1);
+    const cv::Vec3d markers[5] = {{0, 0, 0}, {50, 0, shift}, {0, 80, 0}, {0, 0, 120}, {40, 40, 40}};
+    std::vector<cv::Vec3d> points;
+    for (int i = 0; i < count; ++i) points.push_back(R * markers[i] + cv::Vec3d(0, 0, 1500));
+    return vyx::test::markerFrame(points);
 }
 
 TEST(ToolSelfCalibration, MovesTheMarkersSeenAndKeepsTheOthersUntilRetried) {

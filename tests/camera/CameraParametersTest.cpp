@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -50,25 +51,29 @@ void putCalibration(std::vector<char>& b, std::size_t base, const Camera& left,
             put(b, base + rightAt[m] + 8 * i, right[value]);
         }
 }
-void putBlockTwoFactors(std::vector<char>& b, double t1, double t2, double z1, double z2) {
-    const double values[] = {t1, t2, z1, z2};
+// Block 2's two temperatures and their depth factors.
+void putBlockTwoFactors(std::vector<char>& b, const std::array<double, 4>& values) {
     for (std::size_t i = 0; i < 4; ++i) put(b, 928 + 8 * i, values[i]);
 }
-// Table entry i of the long form: temperature, calibration, depth factor.
-void putEntry(std::vector<char>& b, std::size_t i, double temperature, const Camera& left,
-              const Camera& right, double depthFactor) {
-    put(b, 1028 + 432 * i, temperature);
-    putCalibration(b, 1028 + 432 * i + 8, left, right);
-    put(b, 1028 + 432 * i + 424, depthFactor);
+// Table entry i of the long form: temperature 45 - i (descending, which the
+// parser must not sort), the cameras numbered from 1000 i and 1000 i + 500,
+// depth factor 1 + i / 64.
+Camera entryCamera(std::size_t i, bool right) {
+    return numbered(1000.0 * i + (right ? 500 : 0), 1);
+}
+void putEntry(std::vector<char>& b, std::size_t i) {
+    put(b, 1028 + 432 * i, 45.0 - i);
+    putCalibration(b, 1028 + 432 * i + 8, entryCamera(i, false), entryCamera(i, true));
+    put(b, 1028 + 432 * i + 424, 1 + i / 64.0);
 }
 
 // Set 1 in block 1, set 2 in block 2, and block 2's temperatures 18.5 and
 // 41.75 with depth factors 31/32 and 33/32.
-std::vector<char> twoBlockConfig(std::size_t size = 1024) {
-    std::vector<char> b(size, 0);
+std::vector<char> twoBlockConfig() {
+    std::vector<char> b(1024, 0);
     putCalibration(b, 0, kSet1Left, kSet1Right);
     putCalibration(b, 512, kSet2Left, kSet2Right);
-    putBlockTwoFactors(b, 18.5, 41.75, 0.96875, 1.03125);
+    putBlockTwoFactors(b, {18.5, 41.75, 0.96875, 1.03125});
     return b;
 }
 
@@ -91,11 +96,27 @@ std::array<double, 5> factorsOf(const CameraParameterBlock& b) {
 }
 
 TEST(CameraCalibrationSets, ModeDecidesTheBlocksTheDifferenceAndTheBlockTwoFactors) {
-    for (const bool twoSets : {false, true}) {
-        SCOPED_TRACE(twoSets ? "mode 1024" : "mode 512");
+    // Block 2's temperatures and depth factors as written, and temperatures 1
+    // and 2, depth factors 1 and 2 and their difference as read: mode 512
+    // reads none of them, and depth factors on or outside (0.9, 1.1) become
+    // one while the temperatures are kept.
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const std::tuple<std::uint32_t, std::array<double, 4>, std::array<double, 5>> cases[] = {
+        {512, {18.5, 41.75, 0.96875, 1.03125}, {20, 40, 1, 1, 0}},
+        {1024, {18.5, 41.75, 0.96875, 1.03125}, {18.5, 41.75, 0.96875, 1.03125, 0.0625}},
+        {1024, {22.5, 37.25, 0.9, 1.0}, {22.5, 37.25, 1, 1, 0}},
+        {1024, {22.5, 37.25, 1.0, 1.1}, {22.5, 37.25, 1, 1, 0}},
+        {1024, {22.5, 37.25, 0.85, 1.0}, {22.5, 37.25, 1, 1, 0}},
+        {1024, {22.5, 37.25, 1.0, 0.0}, {22.5, 37.25, 1, 1, 0}},
+        {1024, {22.5, 37.25, nan, 1.0}, {22.5, 37.25, 1, 1, 0}}};
+    for (const auto& [mode, written, read] : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << "mode " << mode << ", depth factors " << written[2] << ", " << written[3]);
+        const bool twoSets = mode == 1024;
         std::vector<char> config = twoBlockConfig();
+        putBlockTwoFactors(config, written);
         CameraParameterBlock block;  // mode 512 (one set, block 2 ignored) by default
-        if (twoSets) block.configDataMode = 1024;
+        block.configDataMode = mode;
         block.setCamParam(config.data());
         expectRecord(block.set1Left, kSet1Left);
         expectRecord(block.set1Right, kSet1Right);
@@ -103,24 +124,20 @@ TEST(CameraCalibrationSets, ModeDecidesTheBlocksTheDifferenceAndTheBlockTwoFacto
         expectRecord(block.set2Right, twoSets ? kSet2Right : kSet1Right);
         expectRecord(block.differenceLeft, twoSets ? kDiffLeft : kZero);
         expectRecord(block.differenceRight, twoSets ? kDiffRight : kZero);
-        // Temperatures 1 and 2, depth factors 1 and 2, their difference.
-        const std::array<double, 5> factors =
-            twoSets ? std::array<double, 5>{18.5, 41.75, 0.96875, 1.03125, 0.0625}
-                    : std::array<double, 5>{20, 40, 1, 1, 0};
-        EXPECT_EQ(factorsOf(block), factors);
+        EXPECT_EQ(factorsOf(block), read);
 
         // The records own their data: the input overwritten with other values
         // and offered in modes that do not exist changes nothing.
         putCalibration(config, 0, kSet2Right, kSet2Left);
         putCalibration(config, 512, kSet1Right, kSet1Left);
-        putBlockTwoFactors(config, 1.0, 2.0, 1.0, 1.0);
-        for (std::uint32_t mode : {0u, 768u, 7680u}) {
-            block.configDataMode = mode;
+        putBlockTwoFactors(config, {1.0, 2.0, 1.0, 1.0});
+        for (std::uint32_t missing : {0u, 768u, 7680u}) {
+            block.configDataMode = missing;
             block.setCamParam(config.data());
         }
         expectRecord(block.set1Left, kSet1Left);
         expectRecord(block.set2Right, twoSets ? kSet2Right : kSet1Right);
-        EXPECT_EQ(factorsOf(block), factors);
+        EXPECT_EQ(factorsOf(block), read);
     }
 }
 
@@ -137,21 +154,6 @@ TEST(CameraCalibrationSets, OneBlockIsReadFromItsFirst416BytesOnly) {
     expectRecord(left, numbered(-1000, -1));
 }
 
-TEST(CameraCalibrationSets, DepthFactorsOnOrOutsideTheBoundsBecomeOneButTemperaturesAreKept) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const std::array<double, 2> rejected[] = {{0.9, 1.0}, {1.0, 1.1}, {0.85, 1.0}, {1.0, 0.0},
-                                              {nan, 1.0}};
-    for (const auto& factors : rejected) {
-        SCOPED_TRACE(testing::Message() << factors[0] << ", " << factors[1]);
-        std::vector<char> config = twoBlockConfig();
-        putBlockTwoFactors(config, 22.5, 37.25, factors[0], factors[1]);
-        CameraParameterBlock block;
-        block.configDataMode = 1024;
-        block.setCamParam(config.data());
-        EXPECT_EQ(factorsOf(block), (std::array<double, 5>{22.5, 37.25, 1, 1, 0}));
-    }
-}
-
 TEST(CameraRecordCopy, DefaultIsZeroMatricesOfTheModelShapesAndCopiesAreDeep) {
     expectRecord(SYSPARA{}, kZero);
     CameraParameterBlock block;
@@ -161,67 +163,41 @@ TEST(CameraRecordCopy, DefaultIsZeroMatricesOfTheModelShapesAndCopiesAreDeep) {
     SYSPARA assigned;
     assigned = original;
     CameraParameterBlock blockCopy = block;
-    for (SYSPARA* copy : {&constructed, &assigned, &blockCopy.set1Right}) {
-        copy->cameraMatrix.at<double>(0, 0) = -1;
-        copy->distCoeffs.at<double>(4, 0) = -1;
-        copy->R.at<double>(2, 2) = -1;
-        copy->T.at<double>(1, 0) = -1;
-    }
+    for (SYSPARA* copy : {&constructed, &assigned, &blockCopy.set1Right})
+        for (cv::Mat* m : {&copy->cameraMatrix, &copy->distCoeffs, &copy->R, &copy->T})
+            m->setTo(-1);
     expectRecord(original, kSet1Right);
     expectRecord(block.set1Right, kSet1Right);
 }
 
-TEST(CameraTemperatureTable, EntriesAreReadInDeviceOrderUpToTheCount) {
-    std::vector<char> config = twoBlockConfig(7680);
-    put<std::int32_t>(config, 1024, 3);
-    // Deliberately not ascending: the parser must not sort.
-    putEntry(config, 0, 45.25, kSet2Left, kSet2Right, 1.005);
-    putEntry(config, 1, 20.5, kSet1Left, kSet1Right, 0.995);
-    putEntry(config, 2, 31.0, kSet1Right, kSet2Left, 1.0);
-    putEntry(config, 3, 50.0, kZero, kZero, 1.01);  // beyond the count
-    CameraParameterBlock block;
-    ASSERT_TRUE(block.setMultiCamParam(config.data(), config.size()));
-    ASSERT_EQ(block.multi.size(), 3u);
-    EXPECT_EQ(block.multi.temperatures, (std::vector<double>{45.25, 20.5, 31.0}));
-    EXPECT_EQ(block.multi.depthFactors, (std::vector<double>{1.005, 0.995, 1.0}));
-    const Camera* expected[][2] = {{&kSet2Left, &kSet2Right}, {&kSet1Left, &kSet1Right},
-                                   {&kSet1Right, &kSet2Left}};
-    for (std::size_t i = 0; i < 3; ++i) {
-        expectRecord(block.multi.left[i], *expected[i][0]);
-        expectRecord(block.multi.right[i], *expected[i][1]);
-    }
-}
-
-TEST(CameraTemperatureTable, CountAndSizeLimitsAndAnEarlierTableNeverSurvives) {
+TEST(CameraTemperatureTable, EntriesAreReadInDeviceOrderUpToACountThatFitsAndNoneSurvive) {
     // Entries end at 1028 + 432 n: 2324 for three, 7508 for the fifteen that
-    // fit the 7680-byte form. A count below one is an empty table.
-    const struct {
-        std::size_t size;
-        std::int32_t count;
-        bool accepted;
-        std::size_t entries;
-    } cases[] = {
-        {7680, 0, true, 0},         {7680, -1, true, 0},       {7680, INT_MIN, true, 0},
-        {7680, 15, true, 15},       {7680, 16, false, 0},      {7680, 1000000, false, 0},
-        {7680, INT_MAX, false, 0},  {2324, 3, true, 3},        {2323, 3, false, 0},
-        {1028, 0, true, 0},         {1027, 0, false, 0},
+    // fit the 7680-byte form. A count below one is an empty table. Every
+    // entry that fits is written, also those beyond the count.
+    const std::tuple<std::size_t, std::int32_t, bool, std::size_t> cases[] = {
+        {7680, 0, true, 0},        {7680, -1, true, 0},       {7680, INT_MIN, true, 0},
+        {7680, 3, true, 3},        {7680, 15, true, 15},      {7680, 16, false, 0},
+        {7680, 1000000, false, 0}, {7680, INT_MAX, false, 0}, {2324, 3, true, 3},
+        {2323, 3, false, 0},       {1028, 0, true, 0},        {1027, 0, false, 0},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.count << " entries in " << c.size << " bytes");
-        std::vector<char> config(c.size, 0);
-        if (c.size >= 1028) put<std::int32_t>(config, 1024, c.count);
-        if (c.entries > 0) putEntry(config, c.entries - 1, 40.0, kSet2Left, kSet2Right, 1.03125);
+    for (const auto& [size, count, accepted, entries] : cases) {
+        SCOPED_TRACE(testing::Message() << count << " entries in " << size << " bytes");
+        std::vector<char> config(size, 0);
+        if (size >= 1028) put<std::int32_t>(config, 1024, count);
+        for (std::size_t i = 0; 1028 + 432 * (i + 1) <= size; ++i) putEntry(config, i);
         CameraParameterBlock block;
         block.multi = {{SYSPARA{}}, {SYSPARA{}}, {20.0}, {1.0}};  // from an earlier read
-        EXPECT_EQ(block.setMultiCamParam(config.data(), config.size()), c.accepted);
+        EXPECT_EQ(block.setMultiCamParam(config.data(), config.size()), accepted);
         const T_VyxMultiCfgInfo& t = block.multi;
-        ASSERT_EQ((std::array<std::size_t, 4>{t.temperatures.size(), t.left.size(),
-                                              t.right.size(), t.depthFactors.size()}),
-                  (std::array<std::size_t, 4>{c.entries, c.entries, c.entries, c.entries}));
-        if (c.entries == 0) continue;
-        EXPECT_EQ(t.temperatures.back(), 40.0);
-        EXPECT_EQ(t.depthFactors.back(), 1.03125);
-        expectRecord(t.right.back(), kSet2Right);
+        ASSERT_EQ((std::array<std::size_t, 4>{t.temperatures.size(), t.left.size(), t.right.size(),
+                                              t.depthFactors.size()}),
+                  (std::array<std::size_t, 4>{entries, entries, entries, entries}));
+        for (std::size_t i = 0; i < entries; ++i) {
+            EXPECT_EQ(t.temperatures[i], 45.0 - i) << i;
+            EXPECT_EQ(t.depthFactors[i], 1 + i / 64.0) << i;
+            expectRecord(t.left[i], entryCamera(i, false));
+            expectRecord(t.right[i], entryCamera(i, true));
+        }
     }
     CameraParameterBlock block;
     EXPECT_FALSE(block.setMultiCamParam(nullptr, 7680));

@@ -2,6 +2,7 @@
 #include "support/StereoRig.h"
 
 #include "camera/StereoProjection.h"
+#include "camera/Triangulation.h"
 
 #include <gtest/gtest.h>
 
@@ -61,22 +62,14 @@ void expectMarkersAt(const T_MarkerInfo& out, const std::vector<cv::Vec3d>& expe
     }
 }
 
-// A point at depth zMm whose left image lies at target, by Newton steps.
-cv::Vec3d pointSeenLeftAt(const StereoWorkingModel& rig, cv::Vec2d target, double zMm) {
-    cv::Vec3d p(0, 0, zMm);
-    const auto leftImage = [&rig](const cv::Vec3d& q) {
-        double l[2], r[2];
-        EXPECT_TRUE(projectToImages(q.val, rig, l, r));
-        return cv::Vec2d(l[0], l[1]);
-    };
-    for (int step = 0; step < 8; ++step) {
-        const cv::Vec2d f = leftImage(p), fx = leftImage(p + cv::Vec3d(1, 0, 0)),
-                        fy = leftImage(p + cv::Vec3d(0, 1, 0));
-        const cv::Vec2d d = cv::Matx22d(fx[0] - f[0], fy[0] - f[0], fx[1] - f[1], fy[1] - f[1])
-                                .solve(target - f, cv::DECOMP_LU);
-        p += cv::Vec3d(d[0], d[1], 0);
-    }
-    return p;
+// A point at depth zMm on the ray of the left image point uv. The left
+// camera is unrotated and the output frame's origin lies half the baseline
+// to its right.
+cv::Vec3d pointSeenLeftAt(const StereoWorkingModel& rig, cv::Vec2d uv, double zMm) {
+    double xy[2];
+    undistortNormalise(uv.val, 1, xy, rig.left.distCoeffs.ptr<double>(),
+                       rig.left.cameraMatrix.ptr<double>());
+    return cv::Vec3d(xy[0] * zMm, xy[1] * zMm, zMm) - cv::Vec3d(rig.right.T) / 2;
 }
 
 class ReconstructionOnRig : public ::testing::Test {

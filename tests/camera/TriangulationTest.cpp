@@ -34,14 +34,6 @@ StereoWorkingModel realisticRig() {
     return rig;
 }
 
-// N x 3 rows (u, v, 1) of n pixel pairs.
-cv::Mat imageRows(std::vector<double> uv) {
-    cv::Mat rows;
-    const int n = static_cast<int>(uv.size() / 2);
-    cv::hconcat(cv::Mat(uv).reshape(1, n), cv::Mat::ones(n, 1, CV_64F), rows);
-    return rows;
-}
-
 }  // namespace
 
 TEST(StereoProjection, FollowsEachCameraAxisAndDistortion) {
@@ -122,6 +114,7 @@ TEST(Triangulation, RecoversPointsProjectedThroughADistortedRig) {
     std::uniform_real_distribution<double> lateral(-500, 500), depth(800, 3000);
     std::vector<cv::Vec3d> truth;
     std::vector<double> leftUv, rightUv;
+    cv::Mat leftRows, rightRows;  // (u, v, 1) with float centres, as the frames carry them
     while (truth.size() < 300) {
         const cv::Vec3d p(lateral(random), lateral(random), depth(random));
         double l[2], r[2];
@@ -131,6 +124,8 @@ TEST(Triangulation, RecoversPointsProjectedThroughADistortedRig) {
         truth.push_back(p);
         leftUv.insert(leftUv.end(), {l[0], l[1]});
         rightUv.insert(rightUv.end(), {r[0], r[1]});
+        leftRows.push_back(cv::Mat(cv::Matx13d(float(l[0]), float(l[1]), 1)));
+        rightRows.push_back(cv::Mat(cv::Matx13d(float(r[0]), float(r[1]), 1)));
     }
     const int n = static_cast<int>(truth.size());
 
@@ -142,10 +137,9 @@ TEST(Triangulation, RecoversPointsProjectedThroughADistortedRig) {
                        rig.right.cameraMatrix.ptr<double>());
     triangulatePairs(xyL.data(), xyR.data(), n, rig.left.R.ptr<double>(),
                      rig.right.R.ptr<double>(), rig.right.T.ptr<double>(), xyz.data());
-    // Float32 centres, as the frames carry them, through the matrix interface.
-    cv::Mat out, rounded[2] = {imageRows(leftUv), imageRows(rightUv)};
-    for (cv::Mat& m : rounded) cv::Mat(cv::Mat_<float>(m)).convertTo(m, CV_64F);
-    Compute3DPoints(rounded[0], rounded[1], out, rig.left, rig.right);
+    // Float centres through the matrix interface.
+    cv::Mat out;
+    Compute3DPoints(leftRows, rightRows, out, rig.left, rig.right);
     ASSERT_EQ(out.rows, n);
 
     const cv::Vec3d depthScale(1, 1, rig.zFactor);

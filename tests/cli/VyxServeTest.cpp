@@ -5,6 +5,7 @@
 #include "sim/SceneFile.h"
 #include "support/Process.h"
 #include "support/SceneSession.h"
+#include "tools/ToolTestFiles.h"
 
 #include <igtlClientSocket.h>
 #include <igtlMessageFactory.h>
@@ -20,22 +21,13 @@ using namespace std::chrono_literals;
 
 // Still tools: alpha at rest, beta turned about its centroid (90, 13.33, 1306.67),
 // and one seen by the left camera only, whose name is as long as allowed.
-constexpr const char* kScene = R"(framerate 60
-body alpha
-point -60 -40 1400
-point 10 -40 1400
-point -60 50 1410
-body beta
-point 60 -20 1300
-point 140 -20 1300
-point 70 80 1320
-motion steps 1
-step 0.25 -0.35 0.15  426.519 340.586 83.835
-body hidden_tool_20_chars
-point -200 100 1500 left
-point -150 100 1500 left
-point -200 170 1500 left
-)";
+constexpr const char* kScene =
+    "framerate 60\n"
+    "body alpha\npoint -60 -40 1400\npoint 10 -40 1400\npoint -60 50 1410\n"
+    "body beta\npoint 60 -20 1300\npoint 140 -20 1300\npoint 70 80 1320\n"
+    "motion steps 1\nstep 0.25 -0.35 0.15  426.519 340.586 83.835\n"
+    "body hidden_tool_20_chars\npoint -200 100 1500 left\npoint -150 100 1500 left\n"
+    "point -200 170 1500 left\n";
 constexpr const char* kServeHost = "127.0.0.245";
 
 // Messages as a client read them.
@@ -80,21 +72,17 @@ struct Client {
 
 class VyxServe : public ::testing::Test {
 protected:
-    VyxServe() {
-        std::filesystem::create_directories(dir_);
-        std::ofstream(dir_ / "still.scene") << kScene;
-    }
-    ~VyxServe() override { std::filesystem::remove_all(dir_); }
+    VyxServe() { writeFile(scratch_.file("still.scene"), kScene); }
     // vyx serve on the scene, once it listens (or has ended).
     std::unique_ptr<vyx::test::Process> serve(std::vector<std::string> args, int port) const {
-        args.insert(args.begin(), {VYX_COMMAND, "serve", "--virtual", (dir_ / "still.scene").string(),
-                                   "--virtual-address", "127.0.0.244", "--tool-dir", (dir_ / "tools").string(),
+        args.insert(args.begin(), {VYX_COMMAND, "serve", "--virtual", scratch_.file("still.scene"),
+                                   "--virtual-address", "127.0.0.244", "--tool-dir", scratch_.file("tools"),
                                    "--address", kServeHost, "--port", std::to_string(port)});
         auto process = std::make_unique<vyx::test::Process>(args);
         process->waitForOutput("Ctrl+C stops", 20s);
         return process;
     }
-    const std::filesystem::path dir_ = std::filesystem::temp_directory_path() / ("vyx_serve_test_" + std::to_string(getpid()));
+    ScratchDirectory scratch_;
 };
 
 TEST_F(VyxServe, StreamsTheToolsOfTheSceneAtTheirTruePoses) {

@@ -1,4 +1,5 @@
 #include "device/DeviceModel.h"
+#include "device/WireProtocol.h"
 
 #include <gtest/gtest.h>
 
@@ -35,22 +36,19 @@ TEST(DeviceModelProperties, DepthLimitStatusLayoutAndDualExposureByIndex) {
     // Per index: depth limit (0: left as it was), status layout (First,
     // Second, None) and dual exposure clamp (a: 48-8192, b: 16-16384, -: the
     // low 16 bits as they are).
-    const std::uint32_t index[] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9, 10,
+    const std::uint32_t index[] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10,
                                    11, 12, 13, 14, 15, 16, 17, 18, 99, 100};
-    const double depth[] = {30000, 30000, 300000, 2400,   0,      2400, 2400,
-                            2400,  30000, 30000,  30000,  30000,  30000, 0,
-                            0,     300000, 300000, 6000,  0,      0,    30000};
+    const double depth[] = {30000, 30000, 300000, 2400, 0, 2400, 2400, 2400, 30000, 30000, 30000,
+                            30000, 30000, 0, 0, 300000, 300000, 6000, 0, 0, 30000};
     const std::string layout = "FFFFFFFSFFSFFSNFSFNNN";
     const std::string clamp = "abbb-a--b--b--------a";
+    const StatusLayout layouts[] = {StatusLayout::First, StatusLayout::Second, StatusLayout::None};
     for (std::size_t i = 0; i < std::size(index); ++i) {
         SCOPED_TRACE(index[i]);
         double limit = 1234.5;
         applyDepthLimitForModel(index[i], limit);
         EXPECT_EQ(limit, depth[i] == 0 ? 1234.5 : depth[i]);
-        const StatusLayout want = layout[i] == 'F'   ? StatusLayout::First
-                                  : layout[i] == 'S' ? StatusLayout::Second
-                                                     : StatusLayout::None;
-        EXPECT_EQ(statusLayoutForModel(index[i]), want);
+        EXPECT_EQ(statusLayoutForModel(index[i]), layouts[std::string("FSN").find(layout[i])]);
         EXPECT_EQ(dualExposureForModel(index[i], 10),
                   clamp[i] == 'a' ? 48 : clamp[i] == 'b' ? 16 : 10);
         EXPECT_EQ(dualExposureForModel(index[i], 20000),
@@ -90,9 +88,8 @@ struct Manufacture {
     BorderWarningBands bands;
     std::array<std::uint8_t, 4> ip{{10, 0, 0, 7}};
 
-    void putU16(std::size_t offset, unsigned value) {
-        config.at(offset) = static_cast<std::uint8_t>(value & 0xFFu);
-        config.at(offset + 1) = static_cast<std::uint8_t>(value >> 8);
+    void putU16(std::size_t at, unsigned v) {
+        writeU16(&config.at(at), static_cast<std::uint16_t>(v));
     }
     void putModel(const std::string& text, std::uint8_t lengthByte) {
         config.at(420) = lengthByte;
@@ -113,16 +110,14 @@ TEST(ManufactureSection, RecordFieldsWithTheModelTextClampedTo20AndZeroFilled) {
     EXPECT_EQ((std::vector<int>{m.record.year, m.record.month, m.record.day, m.record.modelLength}),
               (std::vector<int>{2023, 11, 30, 20}));
     EXPECT_EQ(std::string(m.record.model, 20), "ZR-C857-ABCDEFGHIJKL");
-    EXPECT_EQ(m.modelIndex, 9u);
-    EXPECT_EQ(m.depthLimit, 30000);
+    EXPECT_EQ(std::pair(m.modelIndex, m.depthLimit), std::pair(9u, 30000.0));
 
     // The separately read text replaces the configuration's, for the record's
     // length; beyond that length the model is zero, whatever stood there.
     m.putModel("QX-BAS-0001", 11);
     m.decode("ZR-D947-0002zzzzzzz");
     EXPECT_EQ(std::string(m.record.model, 20), std::string("ZR-D947-000") + std::string(9, '\0'));
-    EXPECT_EQ(m.modelIndex, 15u);
-    EXPECT_EQ(m.depthLimit, 300000);
+    EXPECT_EQ(std::pair(m.modelIndex, m.depthLimit), std::pair(15u, 300000.0));
 }
 
 TEST(ManufactureSection, GeometryAndAddressByModelGroup) {
@@ -169,7 +164,6 @@ TEST(ManufactureSection, GeometryAndAddressByModelGroup) {
     };
     const std::array<std::uint8_t, 4> recordIP{{192, 168, 1, 20}}, heldIP{{10, 0, 0, 7}};
     const unsigned sizes[] = {1920, 1080, 640, 480};
-    BorderWarningBands firstBands;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text + (" from " + std::to_string(c.startIndex)));
         Manufacture m;
@@ -185,31 +179,30 @@ TEST(ManufactureSection, GeometryAndAddressByModelGroup) {
 
         const DeviceGeometry& g = m.geometry;
         ASSERT_EQ(m.modelIndex, c.index);
+        const auto& n = g.blockCounts;
         EXPECT_EQ((std::array<std::uint32_t, 11>{g.greyWidth, g.greyHeight, g.greyImageBytes,
                                                  g.colorWidth, g.colorHeight, g.colorImageBytes,
-                                                 g.transferUnitBytes, g.blockCounts[0],
-                                                 g.blockCounts[1], g.blockCounts[2],
-                                                 g.blockCounts[3]}),
+                                                 g.transferUnitBytes, n[0], n[1], n[2], n[3]}),
                   c.geometry);
         for (std::size_t k = 0; k < 4; ++k)
             EXPECT_EQ(g.blockBytes[k], g.blockCounts[k] * g.transferUnitBytes) << "block " << k;
         EXPECT_EQ(m.ip, c.takesAddress ? recordIP : heldIP);
         const BorderWarningBands want = warningBandsFor(g);  // of the resulting geometry
         EXPECT_EQ(std::memcmp(&m.bands, &want, sizeof want), 0);
-        if (&c == &cases[0]) firstBands = m.bands;
+        // 5 % and 10 % in from the borders of the first case's 1920 x 1080 image.
+        const BorderWarningBands& b = m.bands;
+        if (&c == &cases[0]) {
+            EXPECT_EQ((std::vector<float>{b.nearLowX, b.nearHighX, b.farLowY, b.farHighY}),
+                      (std::vector<float>{96, 1823, 108, 971}));
+        }
     }
-    // 5 % and 10 % in from the borders of the first case's 1920 x 1080 image.
-    EXPECT_EQ((std::vector<float>{firstBands.nearLowX, firstBands.nearHighX, firstBands.farLowY,
-                                  firstBands.farHighY}),
-              (std::vector<float>{96, 1823, 108, 971}));
 }
 
 std::string mac(const std::string& model, std::uint32_t index) {
-    char text[18];
-    std::memset(text, '#', sizeof text);
-    macAddressText(model.data(), model.size(), index, text);
+    std::string text(18, '#');
+    macAddressText(model.data(), model.size(), index, text.data());
     EXPECT_EQ(text[17], '\0');
-    return std::string(text, 17);
+    return text.substr(0, 17);
 }
 
 TEST(MacAddress, ModelByteAndSerialFromAnEighteenCharacterModelText) {

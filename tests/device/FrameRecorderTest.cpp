@@ -19,9 +19,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-ConnectReplies ethernetReplies() {
-    return ConnectReplies{1, Bytes(512, 0x11), {}, Bytes(20, 'M')};
-}
+ConnectReplies ethernetReplies() { return ConnectReplies{1, Bytes(512, 0x11), {}, Bytes(20, 'M')}; }
 
 void offer(FrameRecorder& recorder, int link, std::uint8_t id) {
     const Bytes frame(4096, id);
@@ -45,8 +43,7 @@ TEST(FrameRecorder, DropsWhatTheHeldBackWriterCannotTakeAndSkipsRepeats) {
     const int filler = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
     ASSERT_TRUE(reader >= 0 && filler >= 0);
     std::size_t prefill = 0;
-    const std::uint8_t zero = 0;
-    while (::write(filler, &zero, 1) == 1) ++prefill;
+    for (const std::uint8_t zero = 0; ::write(filler, &zero, 1) == 1;) ++prefill;
     ASSERT_EQ(errno, EAGAIN);
     ::close(filler);
 

@@ -62,8 +62,7 @@ TEST_F(RecordingFile, RoundTripsHeaderAndRecords) {
         {RecordType::ModelTextReply, 0, filled(1, 4)},
         {RecordType::MarkerFrame, 1000, filled(12, 5)},
         {RecordType::WifiStatusFrame, 1000, filled(32, 6)},
-        {RecordType::MarkerFrame, 0xFFFFFFFFFFull, filled(3500, 7)},
-    };
+        {RecordType::MarkerFrame, 0xFFFFFFFFFFull, filled(3500, 7)}};
     for (const auto& r : records) append(file, r.type, r.payload, r.timeNs);
     append(file, RecordType::End, Bytes(16, 0));
 
@@ -72,9 +71,8 @@ TEST_F(RecordingFile, RoundTripsHeaderAndRecords) {
     EXPECT_EQ(read.startUnixNs, 0x0123456789ABCDEFull);
     ASSERT_EQ(read.records.size(), records.size());
     for (std::size_t i = 0; i < records.size(); ++i) {
-        EXPECT_EQ(read.records[i].type, records[i].type) << i;
-        EXPECT_EQ(read.records[i].timeNs, records[i].timeNs) << i;
-        EXPECT_EQ(read.records[i].payload, records[i].payload) << i;
+        const RecordingRecord &r = read.records[i], &w = records[i];
+        EXPECT_TRUE(r.type == w.type && r.timeNs == w.timeNs && r.payload == w.payload) << i;
     }
     EXPECT_TRUE(read.finishedCleanly);
 
@@ -110,11 +108,7 @@ TEST_F(RecordingFile, DamagedFilesAreRefusedAtTheOffsetOfTheirFault) {
         {"Wi-Fi status on Ethernet", replaceEnd(RecordType::WifiStatusFrame, 32), kEndAt},
         {"model text after a frame", replaceEnd(RecordType::ModelTextReply, 20), kEndAt},
         {"frame before the configuration",
-         [](Bytes& b) {
-             b.resize(32);
-             append(b, RecordType::MarkerFrame, filled(4096, 2));
-         },
-         32},
+         [](Bytes& b) { b.resize(32); append(b, RecordType::MarkerFrame, filled(4096, 2)); }, 32},
         {"data after End", [](Bytes& b) { b.push_back(0); }, kFileBytes},
     };
     for (const auto& c : cases) {

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <ostream>
 #include <random>
@@ -96,6 +97,11 @@ DeviceDescription distortedDescription() {
     return d;
 }
 
+// A right camera turned by `a` about y.
+std::array<double, 9> turnedAboutY(double a) {
+    return {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)};
+}
+
 // Two calibration sets 20 degrees apart that differ in the right camera's
 // rotation and in depth factor, so that the working model depends on the
 // temperature.
@@ -103,8 +109,7 @@ DeviceDescription twoSetDescription() {
     DeviceDescription d = defaultDescription();
     d.longConfiguration.reset();
     StereoCalibration second = d.calibration1;
-    const double a = -0.104;
-    second.right.rotation = {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)};
+    second.right.rotation = turnedAboutY(-0.104);
     second.right.translation[0] = 500.4;
     d.calibration2 = second;
     d.zFactor1 = 0.999;
@@ -120,8 +125,7 @@ DeviceDescription tableDescription() {
         TemperatureCalibration row;
         row.temperature = 15.0 + 12.0 * i;
         row.cameras = d.calibration1;
-        const double a = -0.1 - 0.002 * i;
-        row.cameras.right.rotation = {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)};
+        row.cameras.right.rotation = turnedAboutY(-0.1 - 0.002 * i);
         row.cameras.left.cameraMatrix[2] += 0.5 * i;
         row.depthFactor = 1.0 + 0.0005 * i;
         table.entries.push_back(row);
@@ -178,8 +182,7 @@ TEST_F(SceneReconstruction, OneCameraMarkersAndStraysLeaveTheOthersAlone) {
     scene.markers[8].visibility = Visibility::RightOnly;
     ASSERT_NO_FATAL_FAILURE(serve(111, defaultDescription(), scene));
     ASSERT_TRUE(nextFrame());
-    expectSamePoints(markers, scene.markersAt(markers.ID - 1));
-    EXPECT_EQ(markers.MarkerNumber, 18u);
+    expectSamePoints(markers, scene.markersAt(markers.ID - 1));  // 18 of the 20
 }
 
 TEST_F(SceneReconstruction, MarkersBeyondTheModelsDepthLimitAreDropped) {
@@ -219,7 +222,9 @@ TEST_F(SceneReconstruction, AModelWithoutThresholdPairsNothingUntilOneIsSet) {
     expectSamePoints(markers, scene.markersAt(markers.ID - 1));
 }
 
-TEST_F(SceneReconstruction, HostCentresFollowTheEmptySlotAndCountRules) {
+// The rules for centres (empty slots, the first 200 only) are checked on the
+// reconstruction itself in tests/camera; here the call with the engine's model.
+TEST_F(SceneReconstruction, HostCentresReconstructWithTheEnginesModel) {
     Scene scene;
     ASSERT_NO_FATAL_FAILURE(serve(115, defaultDescription(), scene));
     // Before any frame the engine's model is compensated for 20 degrees.
@@ -236,15 +241,4 @@ TEST_F(SceneReconstruction, HostCentresFollowTheEmptySlotAndCountRules) {
     left.insert(left.begin() + 2, {0.0f, 0.0f});
     ASSERT_EQ(Vyx_Calculate3DPoints(handle, left.data(), 4, right.data(), 3, &markers), RV_SUCCESS);
     expectSamePoints(markers, {points[0].position, points[1].position, points[2].position});
-
-    // Centres past the 200th are not considered: the last marker stands at
-    // index 200 in both lists behind 197 empty slots.
-    std::vector<float> longLeft(402, 0.0f), longRight(402, 0.0f);
-    std::copy(left.begin(), left.begin() + 2, longLeft.begin());
-    std::copy(right.begin(), right.begin() + 2, longRight.begin());
-    std::copy(left.begin() + 6, left.begin() + 8, longLeft.begin() + 400);
-    std::copy(right.begin() + 4, right.begin() + 6, longRight.begin() + 400);
-    ASSERT_EQ(Vyx_Calculate3DPoints(handle, longLeft.data(), 201, longRight.data(), 201, &markers),
-              RV_SUCCESS);
-    expectSamePoints(markers, {points[0].position});
 }

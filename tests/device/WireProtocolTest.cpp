@@ -42,17 +42,15 @@ TEST(CommandPackets, LengthsByTransportClampsAndRefusals) {
     // System commands: ten bytes on USB, one on Wi-Fi.
     EXPECT_EQ(bytesOf(systemCommand(0x4D)), (Bytes{0x4D, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_EQ(bytesOf(systemCommand(0x4D), Interface_WiFi), (Bytes{0x4D}));
-
     EXPECT_EQ(collisionLevelCommand(5).bytes[1], 5);
     EXPECT_EQ(bytesOf(colorExposureCommand(10)), (Bytes{0x5A, 48, 0}));
-    EXPECT_FALSE(flashDelayCommand(0, -1));
-    EXPECT_TRUE(flashDelayCommand(255, 7));
+    EXPECT_TRUE(flashDelayCommand(255, 7) && !flashDelayCommand(0, -1));
 
-    // Marker parameters send the low byte of d, as a signed byte, over 16.
+    // Marker parameters send the low byte of d, as a signed byte, over 16,
+    // and min(e, 21) - 1.
     const auto near = markerParametersCommand(0, 0, 5, 1000, 1);
     ASSERT_TRUE(near);
-    EXPECT_EQ(near->bytes[1], 0xFF);
-    EXPECT_EQ(near->bytes[7], 0);  // min(e, 21) - 1
+    EXPECT_EQ((Bytes{near->bytes[1], near->bytes[7]}), (Bytes{0xFF, 0}));
     // Each inequality, broken one at a time.
     const int broken[][5] = {{-1, 0, 5, 10, 1}, {30, 20, 5, 10, 1}, {0, 101, 5, 10, 1},
                              {0, 0, 4, 10, 1},  {0, 0, 11, 10, 1}, {0, 0, 5, 4001, 1},
@@ -86,7 +84,7 @@ TEST(MarkerFrame, ValidityFrameIdAndOverLimit) {
 
     // Over the limit when either camera value (left at 3, right at 7) exceeds 5.
     for (const auto& [left, right, over] :
-         {std::tuple{5, 5, false}, std::tuple{5, 6, true}, std::tuple{200, 0, true}}) {
+         {std::tuple{5, 5, false}, {5, 6, true}, {200, 0, true}}) {
         f[3] = static_cast<std::uint8_t>(left);
         f[7] = static_cast<std::uint8_t>(right);
         EXPECT_EQ(isOverLimit(origin), over) << left << " " << right;
@@ -100,11 +98,10 @@ TEST(StatusDecoding, BothLayoutsFromTheFrameOffsets) {
     writeU16(f.data() + 3224, 65535);
     f[4010] = 1;
 
-    T_VyxPosStatusInfo first{};
+    T_VyxPosStatusInfo first{}, none{};
     decodeStatus(f.data(), StatusLayout::First, first);
     EXPECT_FLOAT_EQ(first.SensorValue0, 655.35f);
     EXPECT_EQ(first.LinkState, 1u);
-    T_VyxPosStatusInfo none{};
     none.SensorValue2 = 77;
     decodeStatus(f.data(), StatusLayout::None, none);
     EXPECT_EQ(none.SensorValue2, 77);
@@ -118,19 +115,18 @@ TEST(StatusDecoding, HardwareCheckTakesTheFirstFailingTest) {
             v = v << 16 | static_cast<std::uint16_t>(lane);
         return v;
     };
+    // A negative reading (signed lanes) is below every bound.
     const std::pair<std::uint64_t, std::uint32_t> cases[] = {
-        {field(0, 800, 500, 500), 0},   {field(1, 800, 500, 500), 7},   {field(3, 0, 0, 0), 7},
-        {field(0, 699, 0, 0), 1},       {field(0, 1001, 0, 0), 2},
-        {field(0, 700, 199, 2000), 3},  {field(0, 1000, 1001, 0), 4},
-        {field(0, 1000, 1000, 199), 5}, {field(0, 1000, 200, 1001), 6},
-        {field(0, -5, 500, 500), 1},  // signed: a negative reading is below every bound
-    };
+        {field(0, 800, 500, 500), 0},  {field(1, 800, 500, 500), 7}, {field(3, 0, 0, 0), 7},
+        {field(0, 699, 0, 0), 1},      {field(0, 1001, 0, 0), 2},    {field(0, -5, 500, 500), 1},
+        {field(0, 700, 199, 2000), 3}, {field(0, 1000, 1001, 0), 4}, {field(0, 1000, 1000, 199), 5},
+        {field(0, 1000, 200, 1001), 6}};
     for (const auto& [value, check] : cases) EXPECT_EQ(hardwareCheckValue(value), check) << value;
 }
 
 TEST(ImageBlocks, LargeSensorsEndInTheirKnownShortBlocks) {
-    const std::uint32_t large = 2472u * 2064u, medium = 1236u * 1032u;
-    const std::uint32_t ethernetBlock = 32u * 1024u, usbBlock = 160u * 1024u;
+    const std::uint32_t large = 2472u * 2064u, medium = 1236u * 1032u, ethernetBlock = 32u * 1024u,
+                        usbBlock = 160u * 1024u;
     EXPECT_EQ(imageBlockCount(large, ethernetBlock), 156u);
     EXPECT_EQ(imageBlockBytes(large, ethernetBlock, 155), 23168u);
     EXPECT_EQ(imageBlockBytes(large, ethernetBlock, 154), ethernetBlock);
@@ -203,16 +199,14 @@ TEST(WifiFrames, MarkerFrameIsCheckedAndLaidOutLikeTheWiredOne) {
     ASSERT_EQ(wifiMarkerFrameLength(f.data()), f.size());
     Bytes origin(kMarkerOriginBytes, 0xEE);
     ASSERT_TRUE(parseWifiMarkerFrame(f.data(), f.size(), origin.data()));
-    EXPECT_EQ(origin[marker_offset::kFrameId], 0x42);
-    EXPECT_EQ(origin[marker_offset::kLeftCount], 3);
-    EXPECT_EQ(origin[marker_offset::kRightCount], 2);
-    float xy[2];
-    std::memcpy(xy, origin.data() + marker_offset::kLeftPoints + 2 * 8, 8);
-    EXPECT_EQ(xy[0], 2.0f);
-    // The first right point was the fourth point of the payload.
-    std::memcpy(xy, origin.data() + marker_offset::kRightPoints, 8);
-    EXPECT_EQ(xy[0], 3.0f);
-    EXPECT_EQ(xy[1], 103.0f);
+    using namespace marker_offset;
+    EXPECT_EQ((Bytes{origin[kFrameId], origin[kLeftCount], origin[kRightCount]}),
+              (Bytes{0x42, 3, 2}));
+    // The third left point, then the first right one: the payload's fourth point.
+    float xy[4];
+    std::memcpy(xy, origin.data() + kLeftPoints + 2 * 8, 8);
+    std::memcpy(xy + 2, origin.data() + kRightPoints, 8);
+    EXPECT_EQ(std::vector<float>(xy, xy + 4), (std::vector<float>{2, 102, 3, 103}));
     EXPECT_EQ(frameIdAt(origin.data()), 123456u);
 
     // Without the trailer there is no extended id.

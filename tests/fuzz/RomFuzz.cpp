@@ -10,17 +10,31 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <system_error>
 
 namespace {
 
-// A scratch directory of this process, for the converter's output.
+// A scratch directory of this process for the converter's output, removed at
+// exit; in memory where the system has /dev/shm, which runs about three times
+// faster than a disk.
+struct Scratch {
+    std::filesystem::path dir;
+    Scratch() {
+        std::string pattern = std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
+        pattern += "/vyx_conversion_XXXXXX";
+        FUZZ_CHECK(::mkdtemp(pattern.data()) != nullptr);
+        dir = pattern;
+    }
+    ~Scratch() {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    }
+};
+
 const std::filesystem::path& scratch() {
-    static const std::filesystem::path dir = [] {
-        char pattern[] = "/tmp/vyx_conversion_XXXXXX";
-        FUZZ_CHECK(::mkdtemp(pattern) != nullptr);
-        return std::filesystem::path(pattern);
-    }();
-    return dir;
+    static const Scratch scratch;
+    return scratch.dir;
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -240,17 +241,15 @@ TEST(Replay, DeliversTheRecordedFramesToTheLibraryInOrder) {
         tracker.setFraming(replay.framing());
         tracker.setMarkerFrameSource(replay.frameSource({0.0, false, {}}));
         tracker.start("127.0.0." + std::to_string(host), vyx::test::trackerPort(host));
-        struct Engine {
-            ~Engine() { Vyx_API_Close(&handle); }
-            VyxHandle handle = nullptr;
-        } engine;
-        ASSERT_EQ(Vyx_API_Initial(&engine.handle), RV_SUCCESS);
+        VyxHandle handle = nullptr;
+        ASSERT_EQ(Vyx_API_Initial(&handle), RV_SUCCESS);
+        const std::unique_ptr<VyxHandle, int (*)(VyxHandle*)> closing(&handle, Vyx_API_Close);
         const E_Interface iface = wifi ? Interface_WiFi : Interface_Ethernet;
-        ASSERT_EQ(vyx::test::connectToHost(engine.handle, iface, host), RV_SUCCESS);
+        ASSERT_EQ(vyx::test::connectToHost(handle, iface, host), RV_SUCCESS);
         T_MarkerInfo markers{};
         T_VyxPosStatusInfo status{};
         for (std::uint32_t k = 0; k < kFrames; ++k) {
-            ASSERT_EQ(Vyx_GetMarkerAndStatusFromHardware(engine.handle, iface, &markers, &status),
+            ASSERT_EQ(Vyx_GetMarkerAndStatusFromHardware(handle, iface, &markers, &status),
                       RV_SUCCESS)
                 << k;
             EXPECT_EQ(markers.ID, numbered(k).extendedId) << k;
@@ -262,7 +261,7 @@ TEST(Replay, DeliversTheRecordedFramesToTheLibraryInOrder) {
             }
         }
         EXPECT_TRUE(replay.playedOut());
-        EXPECT_EQ(Vyx_GetMarkerAndStatusFromHardware(engine.handle, iface, &markers, &status),
+        EXPECT_EQ(Vyx_GetMarkerAndStatusFromHardware(handle, iface, &markers, &status),
                   RV_NO_NEW_FRAME);
         EXPECT_EQ(replay.framesServed(), kFrames);
     }

@@ -3,13 +3,16 @@
 #pragma once
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,103 +27,84 @@ struct ProcessResult {
     std::string err;
 };
 
-// A child process whose stdout and stderr are read through pipes.
+// A child process whose stdout and stderr go to files of a scratch directory,
+// read back whenever asked: a chatty program never blocks on a full pipe.
 class Process {
 public:
     explicit Process(const std::vector<std::string>& argv) {
-        int outPipe[2];
-        int errPipe[2];
-        if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) return;
+        char pattern[] = "/tmp/vyx_process_XXXXXX";
+        if (mkdtemp(pattern) == nullptr) return;
+        dir_ = pattern;
+        const std::string out = dir_ + "/out", err = dir_ + "/err";
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
-        posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
         posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT, 0600);
+        posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT, 0600);
         std::vector<char*> args;
         for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
         args.push_back(nullptr);
         if (posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), environ) != 0) pid_ = -1;
         posix_spawn_file_actions_destroy(&actions);
-        close(outPipe[1]);
-        close(errPipe[1]);
-        outFd_ = outPipe[0];
-        errFd_ = errPipe[0];
     }
     ~Process() {
-        if (pid_ > 0 && !exited_) {
+        if (running()) {
             kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
         }
-        if (outFd_ >= 0) close(outFd_);
-        if (errFd_ >= 0) close(errFd_);
+        std::error_code ignored;
+        if (!dir_.empty()) std::filesystem::remove_all(dir_, ignored);
     }
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
-    // Reads output until stdout holds `text`; false on time-out or exit.
+    // Polls stdout until it holds `text`; false on time-out or exit.
     bool waitForOutput(const std::string& text, std::chrono::milliseconds timeout) {
         const auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (result_.out.find(text) == std::string::npos) {
-            if (!pump(deadline)) return result_.out.find(text) != std::string::npos;
+        while (output("out").find(text) == std::string::npos) {
+            if (!running() || std::chrono::steady_clock::now() >= deadline)
+                return output("out").find(text) != std::string::npos;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         return true;
     }
 
     void signal(int number) {
-        if (pid_ > 0 && !exited_) kill(pid_, number);
+        if (running()) kill(pid_, number);
     }
 
     // Waits for the exit, killing the process after `timeout`.
     ProcessResult finish(std::chrono::milliseconds timeout) {
         const auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (pump(deadline)) {
-        }
-        if (pid_ <= 0) return result_;
-        // A program may close its pipes and still run: wait for it only
-        // until the deadline, then kill it.
-        int status = 0;
-        while (waitpid(pid_, &status, WNOHANG) == 0) {
-            if (std::chrono::steady_clock::now() >= deadline) {
-                kill(pid_, SIGKILL);
-                waitpid(pid_, &status, 0);
-                break;
-            }
+        while (running() && std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (running()) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+            exited_ = true;  // the exit code stays -1
         }
-        exited_ = true;
-        result_.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        return result_;
+        return {exitCode_, output("out"), output("err")};
     }
 
 private:
-    // Reads what is there; false once both pipes are closed or time is up.
-    bool pump(std::chrono::steady_clock::time_point deadline) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0 || (outFd_ < 0 && errFd_ < 0)) return false;
-        pollfd fds[2] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}};
-        if (poll(fds, 2, static_cast<int>(left.count())) <= 0) return true;
-        readInto(outFd_, fds[0].revents, result_.out);
-        readInto(errFd_, fds[1].revents, result_.err);
-        return true;
+    // Whether the child still runs; once it has ended, reaps it and keeps its exit code.
+    bool running() {
+        int status = 0;
+        if (pid_ <= 0 || exited_) return false;
+        if (waitpid(pid_, &status, WNOHANG) == 0) return true;
+        exited_ = true;
+        exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return false;
     }
-    static void readInto(int& fd, short events, std::string& text) {
-        if (fd < 0 || events == 0) return;
-        char buffer[4096];
-        const ssize_t n = read(fd, buffer, sizeof buffer);
-        if (n > 0) {
-            text.append(buffer, static_cast<std::size_t>(n));
-        } else {
-            close(fd);
-            fd = -1;
-        }
+    std::string output(const char* name) const {
+        std::ifstream in(dir_ + "/" + name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     }
 
     pid_t pid_ = -1;
-    int outFd_ = -1;
-    int errFd_ = -1;
     bool exited_ = false;
-    ProcessResult result_;
+    int exitCode_ = -1;
+    std::string dir_;
 };
 
 // Runs the program to its end, killed after `timeout`.

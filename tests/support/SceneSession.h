@@ -6,6 +6,7 @@
 
 #include "VyxPositionAPI.h"
 #include "sim/DeviceDescription.h"
+#include "sim/RobotScene.h"
 #include "sim/Scene.h"
 #include "sim/SceneTools.h"
 #include "sim/VirtualTracker.h"
@@ -73,22 +74,12 @@ inline double rotationErrorRad(const sim::ToolPose& truth, const float r[3][3]) 
 
 // from^-1 to: the pose of `to` in the frame of `from`.
 inline sim::ToolPose relativePose(const sim::ToolPose& from, const sim::ToolPose& to) {
-    sim::ToolPose out{};
-    for (int i = 0; i < 3; ++i) {
-        for (int j = 0; j < 3; ++j)
-            for (int k = 0; k < 3; ++k) out.R[3 * i + j] += from.R[3 * k + i] * to.R[3 * k + j];
-        for (int k = 0; k < 3; ++k) out.T[i] += from.R[3 * k + i] * (to.T[k] - from.T[k]);
-    }
-    return out;
+    return sim::compose(sim::inverse(from), to);
 }
 
 // from^-1 p: a measurement point in the frame of `from`.
 inline Point3 inFrameOf(const sim::ToolPose& from, const Point3& p) {
-    const double d[3] = {p.x - from.T[0], p.y - from.T[1], p.z - from.T[2]};
-    double q[3] = {};
-    for (int i = 0; i < 3; ++i)
-        for (int k = 0; k < 3; ++k) q[i] += from.R[3 * k + i] * d[k];
-    return {q[0], q[1], q[2]};
+    return sim::toMeasurement(sim::inverse(from), p);
 }
 
 inline std::size_t bodyIndex(const sim::Scene& scene, const std::string& name) {

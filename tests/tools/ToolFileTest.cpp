@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -58,11 +59,7 @@ TEST(ToolFileReader, AcceptsOnlyWellFormedFilesAndLoadsNothingElse) {
             text += std::to_string(i) + " 0 0 " + std::to_string(fullMarkerMask(count)) + "\n";
         return text + "2 0 0 0 0 0 1\n";
     };
-    const struct {
-        const char* what;
-        std::string text;
-        int expected;
-    } cases[] = {
+    const std::tuple<const char*, std::string, int> cases[] = {
         {"kind C", replaced(four, "\nT\n", "\nC\n"), 0},
         {"kind X", replaced(four, "\nT\n", "\nX\n"), -1},
         {"kind t", replaced(four, "\nT\n", "\nt\n"), -1},
@@ -78,9 +75,9 @@ TEST(ToolFileReader, AcceptsOnlyWellFormedFilesAndLoadsNothingElse) {
         {"name of 200", fourMarkerToolText(std::string(200, 'n')), -1},
     };
     ToolLibrary library;
-    for (const auto& c : cases) {
-        EXPECT_EQ(check(dir, c.text), c.expected) << c.what;
-        if (c.expected != 0) library.AddFormatToolInfoFromFile(dir.file("t.vyxtool").c_str());
+    for (const auto& [what, text, expected] : cases) {
+        EXPECT_EQ(check(dir, text), expected) << what;
+        if (expected != 0) library.AddFormatToolInfoFromFile(dir.file("t.vyxtool").c_str());
     }
     EXPECT_EQ(library.count(), 0u);
 }

@@ -71,52 +71,47 @@ void expectProperRotation(const cv::Mat& R) {
 
 }  // namespace
 
-TEST(RigidFit, FitsThreePointsExactlyAndRefusesFewerOrNullArraysLeavingOutputsAlone) {
+TEST(RigidFit, RefusesFewerThanThreePointsOrNullArraysAndKeepsMirrorImagesProper) {
     std::mt19937 rng(11);
     const Points points{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+    const auto mirror = [](Points p) {
+        for (cv::Point3f& q : p) q.x = -q.x;
+        return p;
+    };
     for (const auto& [name, fit] : kFits) {
+        SCOPED_TRACE(name);
         cv::Mat R = cv::Mat::zeros(3, 3, CV_32F), T = cv::Mat::zeros(3, 1, CV_32F);
-        EXPECT_FALSE(fit(points.data(), points.data(), 2, R, T)) << name;
-        EXPECT_FALSE(fit(nullptr, points.data(), 3, R, T)) << name;
-        EXPECT_FALSE(fit(points.data(), nullptr, 3, R, T)) << name;
-        EXPECT_EQ(cv::countNonZero(R) + cv::countNonZero(T), 0) << name;
-        for (int trial = 0; trial < 20; ++trial) {
-            const Pose truth = randomPose(rng);
-            const Points tool = randomPoints(rng, 3), seen = transform(truth, tool);
-            ASSERT_TRUE(fit(tool.data(), seen.data(), 3, R, T)) << name;
-            expectProperRotation(R);
-            ASSERT_EQ(T.size(), cv::Size(1, 3));
-            EXPECT_LT(maxResidual(R, T, tool, seen), kTranslationToleranceMm) << name;
-            EXPECT_LT(cv::norm(cv::Matx33d(cv::Matx33f(R)) - truth.R), kRotationTolerance) << name;
-        }
+        EXPECT_FALSE(fit(points.data(), points.data(), 2, R, T));
+        EXPECT_FALSE(fit(nullptr, points.data(), 3, R, T));
+        EXPECT_FALSE(fit(points.data(), nullptr, 3, R, T));
+        EXPECT_EQ(cv::countNonZero(R) + cv::countNonZero(T), 0);
+        // The best orthogonal map onto a mirror image is a reflection; the fit
+        // still gives a rotation. A planar set and its mirror image differ by
+        // a half-turn within the plane, which fits exactly.
+        const Points solid = randomPoints(rng, 8);
+        ASSERT_TRUE(fit(solid.data(), mirror(solid).data(), 8, R, T));
+        expectProperRotation(R);
+        Points flat = randomPoints(rng, 6);
+        for (cv::Point3f& p : flat) p.z = 0;
+        ASSERT_TRUE(fit(flat.data(), mirror(flat).data(), 6, R, T));
+        expectProperRotation(R);
+        EXPECT_LT(maxResidual(R, T, flat, mirror(flat)), kTranslationToleranceMm);
     }
 }
 
-TEST(RigidFit, MirroredPointSetStillGivesAProperRotation) {
-    std::mt19937 rng(12);
-    for (const auto& [name, fit] : kFits) {
-        Points solid = randomPoints(rng, 8), mirrored = solid;
-        for (cv::Point3f& p : mirrored) p.x = -p.x;
-        cv::Mat R, T;
-        ASSERT_TRUE(fit(solid.data(), mirrored.data(), 8, R, T)) << name;
-        expectProperRotation(R);
-
-        // A planar set and its mirror image differ by a half-turn within the plane.
-        Points flat = randomPoints(rng, 6), flatMirrored;
-        for (cv::Point3f& p : flat) {
-            p.z = 0;
-            flatMirrored.emplace_back(-p.x, p.y, 0.0f);
-        }
-        ASSERT_TRUE(fit(flat.data(), flatMirrored.data(), 6, R, T)) << name;
-        expectProperRotation(R);
-        EXPECT_LT(maxResidual(R, T, flat, flatMirrored), kTranslationToleranceMm) << name;
-    }
-}
-
-TEST(RigidFit, NoisyDataGivesTheInverseWhenSwappedAndTheSamePoseInBothPrecisions) {
+TEST(RigidFit, FitsThreePointsExactlyAndNoisyOnesAlikeInBothPrecisionsAndInverseWhenSwapped) {
     std::mt19937 rng(13);
     for (int trial = 0; trial < 30; ++trial) {
         const Pose truth = randomPose(rng);
+        const Points three = randomPoints(rng, 3), threeSeen = transform(truth, three);
+        for (const auto& [name, fit] : kFits) {
+            cv::Mat R, T;
+            ASSERT_TRUE(fit(three.data(), threeSeen.data(), 3, R, T)) << name;
+            expectProperRotation(R);
+            ASSERT_EQ(T.size(), cv::Size(1, 3));
+            EXPECT_LT(maxResidual(R, T, three, threeSeen), kTranslationToleranceMm) << name;
+            EXPECT_LT(cv::norm(cv::Matx33d(cv::Matx33f(R)) - truth.R), kRotationTolerance) << name;
+        }
         const Points tool = randomPoints(rng, 6), seen = transform(truth, tool, &rng, 0.2);
         cv::Mat Rf, Tf, Rd, Td, Rback, Tback;
         ASSERT_TRUE(GetRTPoints(tool.data(), seen.data(), 6, Rf, Tf));
@@ -131,69 +126,51 @@ TEST(RigidFit, NoisyDataGivesTheInverseWhenSwappedAndTheSamePoseInBothPrecisions
     }
 }
 
+// A tool record read through its view (MatchViewOf): four markers, the
+// working copy 1000 mm further in z, three pairs out of marker order.
 class MatchPoints : public ::testing::Test {
 protected:
-    // Four tool markers; the working copy sits 1000 mm further in z.
-    std::vector<float> file{0, 0, 0, 50, 0, 0, 0, 80, 0, 0, 0, 30};
-    std::vector<float> working{0, 0, 1000, 50, 0, 1000, 0, 80, 1000, 0, 0, 1030};
-    std::vector<T_MatchMarkIdx> pairs{{2, 4}, {0, 1}, {3, 0}};
-    ToolMatchView tool{4, file.data(), working.data(), &pairs};
-    cv::Mat observed = (cv::Mat_<float>(5, 3) << 0, 0, -1, 1, 1, -1, 2, 2, -1, 3, 3, -1, 4, 4, -1);
-    Points first, second;
-
+    MatchPoints() {
+        tool.markerCount = 4;
+        tool.markerPositions = {0, 0, 0, 50, 0, 0, 0, 80, 0, 0, 0, 30};
+        tool.markerPositionsCopy = {0, 0, 1000, 50, 0, 1000, 0, 80, 1000, 0, 0, 1030};
+        tool.pairs = {{2, 4}, {0, 1}, {3, 0}};
+    }
     bool build(bool useWorkingCopy, int direction) {
         return GetMatchPtPoints3fAndMat(useWorkingCopy, tool, observed, first, second,
                                         static_cast<E_RTDirection>(direction));
     }
+
+    T_ToolPtMatchInfo tool;
+    cv::Mat observed = (cv::Mat_<float>(5, 3) << 0, 0, -1, 1, 1, -1, 2, 2, -1, 3, 3, -1, 4, 4, -1);
+    Points first, second;
 };
 
 TEST_F(MatchPoints, FollowsThePairOrderAndSwapsWithTheDirection) {
-    const Points fileTool{{0, 80, 0}, {0, 0, 0}, {0, 0, 30}};
-    const Points workingTool{{0, 80, 1000}, {0, 0, 1000}, {0, 0, 1030}};
     const Points seen{{4, 4, -1}, {1, 1, -1}, {0, 0, -1}};
     ASSERT_TRUE(build(false, RTDirection_ToolToTracker));
-    EXPECT_EQ(first, fileTool);
+    EXPECT_EQ(first, (Points{{0, 80, 0}, {0, 0, 0}, {0, 0, 30}}));
     EXPECT_EQ(second, seen);
     ASSERT_TRUE(build(true, RTDirection_TrackerToTool));
     EXPECT_EQ(first, seen);
-    EXPECT_EQ(second, workingTool);
+    EXPECT_EQ(second, (Points{{0, 80, 1000}, {0, 0, 1000}, {0, 0, 1030}}));
     ASSERT_TRUE(build(false, 7));
     EXPECT_EQ(first, seen);
 }
 
-TEST_F(MatchPoints, RejectsBadIndicesOrInputsAndLeavesOutputsAlone) {
+TEST_F(MatchPoints, RejectsBadIndicesShortPositionsOrOtherMatricesAndLeavesOutputsAlone) {
     const Points untouched{{9, 9, 9}};
     first = second = untouched;
-    const std::vector<T_MatchMarkIdx> badPairs{{4, 0}, {-1, 0}, {0, 5}, {0, -1}};
-    for (const T_MatchMarkIdx& bad : badPairs) {
-        pairs.back() = bad;
+    for (const T_MatchMarkIdx& bad : {T_MatchMarkIdx{4, 0}, {-1, 0}, {0, 5}, {0, -1}}) {
+        tool.pairs.back() = bad;
         EXPECT_FALSE(build(false, 0)) << bad.ToolMarkerIndex << "," << bad.ObservedIndex;
     }
-    pairs.back() = {3, 0};
-    tool.workingPositions = nullptr;
+    tool.pairs.back() = {3, 0};
+    tool.markerPositionsCopy.resize(11);  // short: refused rather than overrun
     EXPECT_FALSE(build(true, 0));
     observed.convertTo(observed, CV_64F);
     EXPECT_FALSE(build(false, 0));
     EXPECT_TRUE(first == untouched && second == untouched);
-}
-
-TEST_F(MatchPoints, ToolRecordIsReadLikeItsViewAndRefusedWhenItsPositionsAreShort) {
-    T_ToolPtMatchInfo record;
-    record.markerCount = 4;
-    record.markerPositions = file;
-    record.markerPositionsCopy = working;
-    record.pairs = pairs;
-    Points recordFirst, recordSecond;
-    for (bool useWorkingCopy : {false, true}) {
-        ASSERT_TRUE(build(useWorkingCopy, 0));
-        ASSERT_TRUE(GetMatchPtPoints3fAndMat(useWorkingCopy, record, observed, recordFirst,
-                                             recordSecond, RTDirection_ToolToTracker));
-        EXPECT_EQ(recordFirst, first);
-        EXPECT_EQ(recordSecond, second);
-    }
-    record.markerPositionsCopy.resize(11);
-    EXPECT_FALSE(GetMatchPtPoints3fAndMat(true, record, observed, recordFirst, recordSecond,
-                                          RTDirection_ToolToTracker));
-    EXPECT_TRUE(GetMatchPtPoints3fAndMat(false, record, observed, recordFirst, recordSecond,
-                                         RTDirection_ToolToTracker));
+    observed.convertTo(observed, CV_32F);
+    EXPECT_TRUE(build(false, 0));  // the file positions are whole
 }

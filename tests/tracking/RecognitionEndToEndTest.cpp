@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -30,48 +31,12 @@ namespace {
 constexpr double kPositionToleranceMm = 0.01;
 constexpr double kRotationToleranceRad = 1e-4;
 
-// Tool, tip and matched markers of one result against the body's true pose
-// at the frame. A hidden marker (seen by one camera) must have no index.
-template <class Record>
-void expectTruePose(const Record& r, const T_MarkerInfo& frame, const Scene& scene) {
-    SCOPED_TRACE(std::string("tool ") + r.ToolName + ", frame " + std::to_string(frame.ID - 1));
-    ASSERT_EQ(r.ValidFlag, 1);
-    const RigidBody& body = scene.bodies[bodyIndex(scene, r.ToolName)];
-    const ToolPose truth = bodyPoseAt(scene, bodyIndex(scene, r.ToolName), frame.ID - 1);
-    EXPECT_LT(rotationErrorRad(truth, r.RotationMatrix), kRotationToleranceRad);
-    EXPECT_LT(distance(point(r.Translation), point(truth.T)), kPositionToleranceMm);
-    EXPECT_LT(distance(point(r.TipCoordinate), toMeasurement(truth, body.tip)),
-              kPositionToleranceMm);
-    EXPECT_LT(distance(point(r.TipAxisCoordinate), toMeasurement(truth, body.tipAxis)),
-              kPositionToleranceMm);
-
-    const std::vector<Point3> local = toolMarkers(body);
-    ASSERT_EQ(r.MatchedMarkerCount, static_cast<int>(local.size()));
-    for (std::size_t a = 0; a < local.size(); ++a) {
-        const int index = r.MatchedMarkerIndex[a];
-        if (body.points[a].visibility != Visibility::Both) {
-            EXPECT_EQ(index, -1) << "hidden marker " << a;
-            continue;
-        }
-        ASSERT_GE(index, 0) << "marker " << a;
-        ASSERT_LT(index, static_cast<int>(frame.MarkerNumber)) << "marker " << a;
-        EXPECT_LT(distance(point(frame.MarkerCoordinate[index]), toMeasurement(truth, local[a])),
-                  kPositionToleranceMm)
-            << "marker " << a;
-    }
-}
-
-// Whether every marker of the body has its reconstructed point in the frame.
-bool allMarkersInFrame(const T_MarkerInfo& frame, const Scene& scene, std::size_t body) {
-    const ToolPose truth = bodyPoseAt(scene, body, frame.ID - 1);
-    for (const Point3& local : toolMarkers(scene.bodies[body])) {
-        const Point3 p = toMeasurement(truth, local);
-        bool seen = false;
-        for (std::uint32_t i = 0; i < frame.MarkerNumber && !seen; ++i)
-            seen = distance(point(frame.MarkerCoordinate[i]), p) < kPositionToleranceMm;
-        if (!seen) return false;
-    }
-    return true;
+// The demo scene without its strays, so that every frame holds exactly the
+// scene's markers.
+Scene demoWithoutStrays() {
+    Scene scene = trackingDemoScene();
+    scene.strayCentresPerCamera = 0;
+    return scene;
 }
 
 // Copies of the valid records of a result chain, in chain order. The
@@ -84,30 +49,69 @@ std::vector<T_VyxToolDataResult> validResults(const T_VyxToolDataResult& first) 
     return valid;
 }
 
-
-// The demo scene without its strays, so that every frame holds exactly the
-// scene's markers.
-Scene demoWithoutStrays() {
-    Scene scene = trackingDemoScene();
-    scene.strayCentresPerCamera = 0;
-    return scene;
-}
-
 class RecognitionEndToEnd : public ::testing::Test {
 protected:
-    // Serves the scene on 127.0.0.host:7, connects, and loads the scene's
-    // tool files into the library.
+    // Serves the scene on 127.0.0.host, connects, and loads the scene's tool
+    // files into the library.
     void serve(unsigned char host, const Scene& served) {
         ASSERT_NO_FATAL_FAILURE(session.serve(host, served));
         int count = 0;
-        ASSERT_EQ(Vyx_GetCountOfToolInfo(handle, &count), RV_SUCCESS);
+        ASSERT_EQ(Vyx_GetCountOfToolInfo(session.handle, &count), RV_SUCCESS);
         ASSERT_EQ(count, static_cast<int>(scene.bodies.size()));
     }
-    bool nextFrame() { return session.nextFrame(); }
-    std::size_t sceneMarkerCount() const { return scene.markersAt(markers.ID - 1).size(); }
+    // The valid records of a search for all tools in the current frame.
+    std::vector<T_VyxToolDataResult> findAll() {
+        T_VyxToolDataResult results{};
+        EXPECT_EQ(Vyx_FindToolInfo(session.handle, &markers, &results, 0), RV_SUCCESS);
+        return validResults(results);
+    }
+    std::size_t sceneMarkerCount() const { return scene.markersAt(session.sceneFrame()).size(); }
+
+    // Tool, tip and matched markers of one result against the body's true
+    // pose in the current frame. A hidden marker (seen by one camera) must
+    // have no index.
+    template <class Record>
+    void expectTruePose(const Record& r) {
+        SCOPED_TRACE(std::string("tool ") + r.ToolName + ", frame " +
+                     std::to_string(session.sceneFrame()));
+        ASSERT_EQ(r.ValidFlag, 1);
+        const RigidBody& body = scene.bodies[bodyIndex(scene, r.ToolName)];
+        const ToolPose truth = session.truePose(r.ToolName);
+        EXPECT_LT(rotationErrorRad(truth, r.RotationMatrix), kRotationToleranceRad);
+        EXPECT_LT(distance(point(r.Translation), point(truth.T)), kPositionToleranceMm);
+        EXPECT_LT(distance(point(r.TipCoordinate), toMeasurement(truth, body.tip)),
+                  kPositionToleranceMm);
+        EXPECT_LT(distance(point(r.TipAxisCoordinate), toMeasurement(truth, body.tipAxis)),
+                  kPositionToleranceMm);
+        const std::vector<Point3> local = toolMarkers(body);
+        ASSERT_EQ(r.MatchedMarkerCount, static_cast<int>(local.size()));
+        for (std::size_t a = 0; a < local.size(); ++a) {
+            const int index = r.MatchedMarkerIndex[a];
+            if (body.points[a].visibility != Visibility::Both) {
+                EXPECT_EQ(index, -1) << "hidden marker " << a;
+                continue;
+            }
+            ASSERT_TRUE(index >= 0 && index < static_cast<int>(markers.MarkerNumber)) << index;
+            EXPECT_LT(
+                distance(point(markers.MarkerCoordinate[index]), toMeasurement(truth, local[a])),
+                kPositionToleranceMm)
+                << "marker " << a;
+        }
+    }
+
+    // Whether every marker of the body has its reconstructed point in the frame.
+    bool allMarkersInFrame(const RigidBody& body) {
+        for (const Point3& local : toolMarkers(body)) {
+            const Point3 p = toMeasurement(session.truePose(body.name), local);
+            bool seen = false;
+            for (std::uint32_t i = 0; i < markers.MarkerNumber && !seen; ++i)
+                seen = distance(point(markers.MarkerCoordinate[i]), p) < kPositionToleranceMm;
+            if (!seen) return false;
+        }
+        return true;
+    }
 
     vyx::test::SceneSession session;
-    VyxHandle& handle = session.handle;
     Scene& scene = session.scene;
     T_MarkerInfo& markers = session.markers;
 };
@@ -149,15 +153,11 @@ TEST_F(RecognitionEndToEnd, TipErrorUnderPixelNoiseStaysNearOneMillimetre) {
     double squares = 0.0;
     int found = 0;
     for (int frame = 0; frame < kFrames; ++frame) {
-        ASSERT_TRUE(nextFrame());
-        T_VyxToolDataResult results{};
-        ASSERT_EQ(Vyx_FindToolInfo(handle, &markers, &results, 0), RV_SUCCESS);
-        for (const T_VyxToolDataResult& r : validResults(results)) {
-            const std::size_t b = bodyIndex(scene, r.ToolName);
-            const ToolPose truth = bodyPoseAt(scene, b, markers.ID - 1);
-            const double error =
-                distance(point(r.TipCoordinate), toMeasurement(truth, scene.bodies[b].tip));
-            squares += error * error;
+        ASSERT_TRUE(session.nextFrame());
+        for (const T_VyxToolDataResult& r : findAll()) {
+            const Point3 tip = scene.bodies[bodyIndex(scene, r.ToolName)].tip;
+            const ToolPose truth = session.truePose(r.ToolName);
+            squares += std::pow(distance(point(r.TipCoordinate), toMeasurement(truth, tip)), 2);
             ++found;
         }
     }
@@ -184,24 +184,18 @@ TEST_F(RecognitionEndToEnd, ToolsAreFoundAtTheirTruePosesAmongStrayCentres) {
     std::size_t strayPoints = 0;
     int intactTools = 0;
     for (int frame = 0; frame < kFrames; ++frame) {
-        ASSERT_TRUE(nextFrame());
+        ASSERT_TRUE(session.nextFrame());
         ASSERT_GE(markers.MarkerNumber, sceneMarkerCount());
         strayPoints += markers.MarkerNumber - sceneMarkerCount();
-        T_VyxToolDataResult results{};
-        ASSERT_EQ(Vyx_FindToolInfo(handle, &markers, &results, 0), RV_SUCCESS);
-        const auto valid = validResults(results);
-        for (std::size_t b = 0; b < scene.bodies.size(); ++b) {
-            if (!allMarkersInFrame(markers, scene, b)) continue;
+        const auto valid = findAll();
+        for (const RigidBody& body : scene.bodies) {
+            if (!allMarkersInFrame(body)) continue;
             ++intactTools;
-            const std::string& name = scene.bodies[b].name;
-            const auto isNamed = [&](const T_VyxToolDataResult& v) { return name == v.ToolName; };
-            const auto r = std::find_if(valid.begin(), valid.end(), isNamed);
-            ASSERT_NE(r, valid.end()) << name << " in frame " << markers.ID - 1;
-            expectTruePose(*r, markers, scene);
-            T_VyxSingleToolDataResult single{};
-            ASSERT_EQ(Vyx_FindSingleToolInfo(handle, &markers, name.c_str(), &single, 0),
-                      RV_SUCCESS);
-            expectTruePose(single, markers, scene);
+            const auto r = std::find_if(valid.begin(), valid.end(),
+                                        [&](const auto& v) { return body.name == v.ToolName; });
+            ASSERT_NE(r, valid.end()) << body.name << " in frame " << session.sceneFrame();
+            expectTruePose(*r);
+            expectTruePose(session.findSingle(body.name.c_str()));
         }
     }
     std::printf("%zu stray 3D points in %d frames; %d of %d tools with all markers in the frame\n",
@@ -226,16 +220,13 @@ TEST_F(RecognitionEndToEnd, ToolsAreFoundAtTheirTruePosesAmongStrayCentres) {
 //    minMatch 4 stops after threshold 4;
 //  - asked for after the other tools took their markers, only its own N - 1
 //    remain, and it is found as if alone.
-struct HiddenMarkerRequest {
-    std::vector<std::string> names;
-    int minMatch;
-    std::vector<std::string> found;
-};
+// Names asked for, minMatch, and the names found.
+using HiddenMarkerRequest = std::tuple<std::vector<std::string>, int, std::vector<std::string>>;
 
 struct HiddenMarkerCase {
     const char* name;
     unsigned char host;
-    std::vector<std::string> hiddenTools;   // marker 0 of each is seen by the left camera only
+    std::vector<std::string> hiddenTools;  // marker 0 of each is seen by the left camera only
     std::vector<std::string> otherTools;
     std::vector<HiddenMarkerRequest> requests;
 };
@@ -258,21 +249,19 @@ TEST_P(HiddenMarker, FoundAccordingToTheMatchingThresholds) {
         if (hidden) served.bodies.back().points[0].visibility = Visibility::LeftOnly;
     }
     ASSERT_NO_FATAL_FAILURE(serve(c.host, served));
-    ASSERT_TRUE(nextFrame());
+    ASSERT_TRUE(session.nextFrame());
     ASSERT_EQ(markers.MarkerNumber, sceneMarkerCount());
-    for (const HiddenMarkerRequest& request : c.requests) {
-        SCOPED_TRACE("minMatch " + std::to_string(request.minMatch) + ", first name " +
-                     request.names.front());
+    for (const auto& [names, minMatch, found] : c.requests) {
+        SCOPED_TRACE("minMatch " + std::to_string(minMatch) + ", first name " + names.front());
         T_VyxToolDataResult results{};
-        ASSERT_EQ(Vyx_FindSpecificToolInfo(handle, &markers, request.names, &results,
-                                           request.minMatch),
+        ASSERT_EQ(Vyx_FindSpecificToolInfo(session.handle, &markers, names, &results, minMatch),
                   RV_SUCCESS);
-        std::vector<std::string> names;
+        std::vector<std::string> seen;
         for (const T_VyxToolDataResult& r : validResults(results)) {
-            names.emplace_back(r.ToolName);
-            expectTruePose(r, markers, scene);
+            seen.emplace_back(r.ToolName);
+            expectTruePose(r);
         }
-        EXPECT_EQ(names, request.found);
+        EXPECT_EQ(seen, found);
     }
 }
 
