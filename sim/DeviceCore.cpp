@@ -183,6 +183,11 @@ bool DeviceCore::leaveConfigReadUnanswered() {
     return unanswered;
 }
 
+void DeviceCore::clearInHalt() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    faults_.stallUsbIn = false;
+}
+
 void DeviceCore::sendImageBlock(Link& link, ImageCamera camera, bool first,
                                 LinkFraming framing) {
     const auto d = description();

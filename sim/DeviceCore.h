@@ -75,6 +75,20 @@ struct FaultSettings {
     // value counts down with each read left unanswered and clears itself at
     // zero, so the read after them is answered again. Every framing.
     std::optional<std::size_t> unansweredConfigReads;
+    // TCP only: whenever the tracker closes the host connection itself
+    // (closeAfterMarkerFrames, VirtualTracker::dropConnection()), it resets
+    // it (RST) instead of closing it in order, so that the host's next read
+    // fails with ECONNRESET and its writes with EPIPE.
+    bool resetOnClose = false;
+    // USB only: the IN endpoint is halted. Every IN transfer ends with a
+    // stall (-EPIPE, libusb's LIBUSB_ERROR_PIPE) and no data until the host
+    // clears the halt (CLEAR_HALT on 0x81), which clears this fault; reply
+    // bytes queued before stay queued.
+    bool stallUsbIn = false;
+    // Each command is answered only this long after it arrived, so that its
+    // reply reaches a host that has already given up on it. The tracker
+    // serves commands in order: those behind it wait as well. Every framing.
+    std::chrono::milliseconds replyDelay{0};
 };
 
 class DeviceCore {
@@ -142,6 +156,8 @@ public:
     // True when the unanswered-configuration-reads fault takes this read,
     // which it then counts down.
     bool leaveConfigReadUnanswered();
+    // The host cleared the IN endpoint's halt: the USB stall fault ends.
+    void clearInHalt();
     // Sends the next block of a camera's image in the block size of the
     // framing: on Ethernet a grey block or a colour half-block, on USB a USB
     // grey or colour block.

@@ -3,6 +3,7 @@
 #include "sim/ConfigurationImage.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace vyx::sim {
 namespace {
@@ -153,6 +154,7 @@ void answerCommand(const std::vector<std::uint8_t>& packet, LinkFraming framing,
     if (packet.empty()) return;
     const FaultSettings fault = core.faults();
     if (fault.stopAnswering) return;
+    if (fault.replyDelay.count() > 0) std::this_thread::sleep_for(fault.replyDelay);
     if (framing == LinkFraming::WiFi)
         answerWifi(packet[0], core, link, fault);
     else

@@ -12,7 +12,7 @@
 namespace vyx::sim {
 
 // Answers one command packet, as cut by commandLength(code, framing), unless
-// the faults keep the tracker silent.
+// the faults keep the tracker silent; under a reply delay, that much later.
 void answerCommand(const std::vector<std::uint8_t>& packet, LinkFraming framing,
                    DeviceCore& core, DeviceCore::Link& link);
 

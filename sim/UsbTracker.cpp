@@ -391,6 +391,7 @@ struct VirtualUsbTracker::Impl {
                 if (!endpoint) return failure(EFAULT);
                 const bool known = *endpoint == usb::kTrackerUsbInEndpoint ||
                                    *endpoint == usb::kTrackerUsbOutEndpoint;
+                if (*endpoint == usb::kTrackerUsbInEndpoint) core.clearInHalt();
                 return known ? kDone : failure(ENOENT);
             }
             case USBDEVFS_SUBMITURB: return submit(client, arg);
@@ -556,22 +557,31 @@ struct VirtualUsbTracker::Impl {
     }
 
     // Gives queued reply bytes to the client's pending IN URBs, oldest
-    // first. True when that drained the queue of a device due to drop off.
+    // first, or, while the IN endpoint is halted, ends them with a stall.
+    // True when that drained the queue of a device due to drop off.
     bool fillPendingInLocked(UMockdevIoctlClient* client) {
-        for (auto it = pendingIn.begin(); it != pendingIn.end() && inRead < inBytes.size();) {
+        const bool halted = core.faults().stallUsbIn;
+        for (auto it = pendingIn.begin();
+             it != pendingIn.end() && (halted || inRead < inBytes.size());) {
             if (it->client.get() != client) {
                 ++it;
                 continue;
             }
-            const std::size_t room =
-                it->buffer ? static_cast<std::size_t>(it->buffer->data_len) : 0;
-            const std::size_t size = std::min(room, inBytes.size() - inRead);
-            if (size > 0) std::memcpy(it->buffer->data, inBytes.data() + inRead, size);
-            inRead += size;
-            it->actualLength = static_cast<int>(size);
+            if (halted) {
+                it->status = -EPIPE;
+                it->actualLength = 0;
+            } else {
+                const std::size_t room =
+                    it->buffer ? static_cast<std::size_t>(it->buffer->data_len) : 0;
+                const std::size_t size = std::min(room, inBytes.size() - inRead);
+                if (size > 0) std::memcpy(it->buffer->data, inBytes.data() + inRead, size);
+                inRead += size;
+                it->actualLength = static_cast<int>(size);
+            }
             completed.push_back(std::move(*it));
             it = pendingIn.erase(it);
         }
+        if (halted) return false;
         if (inRead == inBytes.size()) {
             inBytes.clear();
             inRead = 0;

@@ -18,7 +18,8 @@
 //   DISCONNECT_CLAIM    detaches the kernel driver and claims the interface
 //   CLAIMINTERFACE      takes interface 0 for this file descriptor (EBUSY
 //   RELEASEINTERFACE    while a kernel driver or another descriptor has it)
-//   CLEAR_HALT          accepted on both endpoints; queued reply bytes stay
+//   CLEAR_HALT          accepted on both endpoints; queued reply bytes stay;
+//                       on 0x81 it ends a stall (FaultSettings::stallUsbIn)
 //   SUBMITURB           bulk URBs on 0x01 and 0x81 (see below)
 //   DISCARDURB          a pending URB is reaped with -ENOENT next
 //   REAPURBNDELAY       the next completed URB of the descriptor, else EAGAIN
@@ -50,9 +51,10 @@
 // Image blocks follow the rules of VirtualTracker.h (first / next, the short
 // last block, the pattern of ImagePattern.h); image transfers start over when
 // a descriptor claims the interface. FaultSettings (DeviceCore.h) apply as on
-// Ethernet. A link close by the device (closeAfterMarkerFrames) makes the
-// device drop off the bus as unplug() does, once the host has read what was
-// queued before it.
+// Ethernet; stallUsbIn makes IN URBs complete with -EPIPE (libusb:
+// LIBUSB_ERROR_PIPE) until the host clears the halt. A link close by the
+// device (closeAfterMarkerFrames) makes the device drop off the bus as
+// unplug() does, once the host has read what was queued before it.
 //
 // unplug() makes the device vanish: pending URBs are reaped with -ENODEV
 // (libusb: LIBUSB_ERROR_NO_DEVICE) and every later ioctl fails with ENODEV,

@@ -127,7 +127,7 @@ struct VirtualTracker::Impl final : DeviceCore::Link {
     bool send(const std::uint8_t* data, std::size_t size) override {
         return sendToHost(data, size);
     }
-    void close(const char* reason) override { closeHost(reason); }
+    void close(const char* reason) override { closeHostOnOwnAccount(reason); }
     void report(const std::string& event) override { emit(event); }
 
     // ---- Server thread -----------------------------------------------------
@@ -166,7 +166,7 @@ struct VirtualTracker::Impl final : DeviceCore::Link {
             std::lock_guard<std::mutex> lock(mutex);
             std::swap(drop, dropRequested);
         }
-        if (drop && clientFd >= 0) closeHost("dropped on request");
+        if (drop && clientFd >= 0) closeHostOnOwnAccount("dropped on request");
 
         if (clientFd >= 0 && count == 3 && (fds[2].revents & (POLLIN | POLLHUP | POLLERR)))
             readFromHost();
@@ -198,6 +198,16 @@ struct VirtualTracker::Impl final : DeviceCore::Link {
         ::inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
         emit("host connected from " + std::string(text) + ":" +
              std::to_string(ntohs(peer.sin_port)));
+    }
+
+    // Closes the host connection because the device chose to: with a reset
+    // (SO_LINGER of zero) when the faults ask for one.
+    void closeHostOnOwnAccount(const char* reason) {
+        if (clientFd >= 0 && core.faults().resetOnClose) {
+            const linger reset{1, 0};
+            ::setsockopt(clientFd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+        }
+        closeHost(reason);
     }
 
     // Closes the host connection; `reason` null closes it silently.

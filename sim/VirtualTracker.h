@@ -111,8 +111,9 @@ public:
     // std::logic_error when the tracker is already running.
     void start(const std::string& address = "127.0.0.1", std::uint16_t port = kDefaultPort);
     // Closes the host connection and the listening socket and joins the
-    // server thread, within about 100 ms unless a frame source blocks.
-    // Idempotent. The tracker can be started again afterwards.
+    // server thread, within about 100 ms unless a frame source blocks or a
+    // reply delay (FaultSettings) holds an answer back. Idempotent. The
+    // tracker can be started again afterwards.
     void stop() noexcept;
     bool isRunning() const;
     // The framing served from the next start() on: Ethernet or Wi-Fi (USB
@@ -151,7 +152,8 @@ public:
     // FaultSettings (DeviceCore.h) tells which faults apply to which framing.
     void setFaults(const FaultSettings& faults);
     FaultSettings faults() const;
-    // Closes the host connection now; the tracker goes on listening.
+    // Closes the host connection now (resets it under
+    // FaultSettings::resetOnClose); the tracker goes on listening.
     void dropConnection();
 
     // Every command received, oldest first, each as the packet that arrived

@@ -67,7 +67,7 @@ int VyxPosFunc::Zelmor_SetAcquireMode(E_Interface iface, E_AcquireMode mode) {
             // Only the Ethernet port acknowledges the mode, with one byte.
             std::uint8_t answer = 0;
             int length = 1;
-            ETHRead(&answer, length, 0);
+            wiredRead(iface, &answer, length, 0);
         }
         if (rc == RV_SUCCESS && mode != AcquireMode_FreeRunning) {
             // One triggered acquisition starts the device in the new mode.

@@ -104,7 +104,10 @@ int VyxPosFunc::SockRead(ByteLink& link, const std::atomic<bool>& linkOpen,
     return RV_SUCCESS;
 }
 
-void VyxPosFunc::ETHCleanData() { drainLink(eth_, ethSocket_, kDrainChunkBytes); }
+void VyxPosFunc::ETHCleanData() {
+    drainLink(eth_, ethSocket_, kDrainChunkBytes);
+    staleWiredInput_[Interface_Ethernet].store(false);
+}
 
 void VyxPosFunc::initETHTempResource() {
     // A colour block is two half-blocks; the buffers hold whole blocks.

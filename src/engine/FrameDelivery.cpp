@@ -115,7 +115,7 @@ int VyxPosFunc::wiredTriggerIfNeeded(E_Interface iface) {
     // The Ethernet port acknowledges a trigger with one byte.
     std::uint8_t answer = 0;
     int length = 1;
-    ETHRead(&answer, length, 0);
+    wiredRead(iface, &answer, length, 0);
     return RV_SUCCESS;
 }
 

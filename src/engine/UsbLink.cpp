@@ -90,6 +90,7 @@ void VyxPosFunc::USBCleanData() {
         int length = static_cast<int>(scratch.size());
         if (USBRead(scratch.data(), length) != RV_SUCCESS || !isRunning()) break;
     }
+    staleWiredInput_[Interface_USB].store(false);
 }
 
 int VyxPosFunc::USBReadConfigureData() { return fetchWiredConfiguration(Interface_USB); }

@@ -163,7 +163,9 @@ public:
     int ETHReadConfigureData();
 
     // What the two wired links (USB and Ethernet) share: writes and reads
-    // on the addressed one, the configuration fetch, the marker frame read,
+    // on the addressed one (a read that gives up, or a reply found short or
+    // malformed, leaves the link's input stale, and the next write drains it
+    // first), the configuration fetch, the marker frame read,
     // one grey block of one side, one colour transfer (a USB block or an
     // Ethernet half-block, numbered from the image start), and the image
     // buffers sized for the current geometry.
@@ -355,6 +357,9 @@ private:
     std::array<std::uint8_t, vyx::device::kMarkerFrameBytes> ethReceive_{};
     // Acquisition mode last set, per transport.
     std::array<int, 3> acquireMode_{};
+    // Per wired transport (0 USB, 1 Ethernet): a reply was given up on, so
+    // its rest may still arrive; cleared by the link's drain.
+    std::array<std::atomic<bool>, 2> staleWiredInput_{};
 
     // Wakes interruptible sleeps when destruction begins.
     std::mutex stopMutex_;

@@ -173,7 +173,9 @@ int VyxPosFunc::wifiMarkerAndStatusByTrig(T_MarkerInfo& markers, T_VyxPosStatusI
             const int rc = Zelmor_WIFI_Initialize();
             if (rc != RV_SUCCESS) return rc;
             data.lock();
-            readBoth();
+            // A second failure leaves no new frame to deliver.
+            const int again = readBoth();
+            if (again != RV_SUCCESS) return again;
         }
         markers.MarkerNumber = 0;
         std::array<std::uint8_t, kMarkerFrameBytes> frame;

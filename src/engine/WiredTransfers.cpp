@@ -31,13 +31,25 @@ std::uint8_t greyRequest(std::uint32_t block, int side) {
 }  // namespace
 
 int VyxPosFunc::wiredWrite(E_Interface iface, const std::uint8_t* buffer, int length) {
-    return iface == Interface_USB ? USBWrite(buffer, length) : ETHWrite(buffer, length);
+    const bool usb = iface == Interface_USB;
+    // The rest of a reply that a read gave up on may have come since; it
+    // would be taken for the answer to this request.
+    if (staleWiredInput_[static_cast<std::size_t>(iface)].load()) {
+        if (usb)
+            USBCleanData();
+        else
+            ETHCleanData();
+    }
+    return usb ? USBWrite(buffer, length) : ETHWrite(buffer, length);
 }
 
 // A USB read is one bulk transfer, whatever the retry count: the device
 // sends each reply whole, and a transfer that times out has waited 500 ms.
 int VyxPosFunc::wiredRead(E_Interface iface, std::uint8_t* buffer, int& length, int retries) {
-    return iface == Interface_USB ? USBRead(buffer, length) : ETHRead(buffer, length, retries);
+    const int rc =
+        iface == Interface_USB ? USBRead(buffer, length) : ETHRead(buffer, length, retries);
+    if (rc == RV_READ_ERROR) staleWiredInput_[static_cast<std::size_t>(iface)].store(true);
+    return rc;
 }
 
 int VyxPosFunc::requestWholeReply(E_Interface iface, std::uint8_t request, std::uint8_t* reply,
@@ -45,9 +57,11 @@ int VyxPosFunc::requestWholeReply(E_Interface iface, std::uint8_t request, std::
     const int rc = wiredWrite(iface, &request, 1);
     if (rc != RV_SUCCESS) return rc;
     int length = static_cast<int>(bytes);
-    if (wiredRead(iface, reply, length, retries) != RV_SUCCESS ||
-        length != static_cast<int>(bytes))
+    if (wiredRead(iface, reply, length, retries) != RV_SUCCESS) return RV_READ_ERROR;
+    if (length != static_cast<int>(bytes)) {
+        staleWiredInput_[static_cast<std::size_t>(iface)].store(true);
         return RV_READ_ERROR;
+    }
     return RV_SUCCESS;
 }
 
@@ -146,9 +160,13 @@ int VyxPosFunc::readWiredMarkerFrame(E_Interface iface) {
         return rc;
     }
     int length = static_cast<int>(kMarkerFrameBytes);
-    if (wiredRead(iface, receive.data(), length, kFrameReadRetries) != RV_SUCCESS ||
-        !isValidMarkerFrame(receive.data(), static_cast<std::size_t>(length)))
+    if (wiredRead(iface, receive.data(), length, kFrameReadRetries) != RV_SUCCESS)
         return RV_READ_ERROR;
+    if (!isValidMarkerFrame(receive.data(), static_cast<std::size_t>(length))) {
+        // Bytes out of step with the requests: what follows is suspect too.
+        staleWiredInput_[static_cast<std::size_t>(iface)].store(true);
+        return RV_READ_ERROR;
+    }
     recorder_.offer(iface, RecordType::MarkerFrame, receive.data(), receive.size());
     // Publish only whole, checked frames: the API never sees a partial one.
     std::lock_guard<std::mutex> frame(link.frameLock);

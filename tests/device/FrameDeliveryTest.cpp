@@ -1,9 +1,11 @@
 // Marker frame delivery end to end: frame ids, the once-only rule, the
-// triggered calls, extended ids and the over-limit flag.
+// triggered calls, extended ids and the over-limit flag. (Images on request
+// and frames after faults: FaultMatrixTest.cpp.)
 #include "VyxPositionAPI.h"
 #include "sim/VirtualTracker.h"
-#include "support/Loopback.h"
+#include "support/CommandLog.h"
 #include "support/Eventually.h"
+#include "support/Loopback.h"
 
 #include <gtest/gtest.h>
 
@@ -35,10 +37,7 @@ protected:
     std::vector<std::uint8_t> codesSentBy(Action action) {
         const std::size_t from = tracker.commands().size();
         action();
-        std::vector<std::uint8_t> codes;
-        const auto all = tracker.commands();
-        for (std::size_t i = from; i < all.size(); ++i) codes.push_back(all[i].at(0));
-        return codes;
+        return vyx::test::codesSince(tracker, from);
     }
 
     vyx::sim::VirtualTracker tracker;
@@ -101,16 +100,4 @@ TEST_F(FrameDelivery, TriggeredCallsSendTheirRequestsAndGiveUpOnARepeatedId) {
     tracker.setMarkerFrame(frame);
     ASSERT_EQ(triggered(), RV_SUCCESS);
     EXPECT_EQ(triggered(), RV_NO_NEW_FRAME);
-}
-
-TEST_F(FrameDelivery, TriggeredGreyImagesAreTheServedOnes) {
-    ASSERT_NO_FATAL_FAILURE(connectTo(64));
-    const std::size_t bytes = 1280u * 720u;
-    std::vector<std::uint8_t> left(bytes), right(bytes);
-    ASSERT_EQ(Vyx_GetGreyImageFromHardware(handle, kEth, reinterpret_cast<char*>(left.data()),
-                                           reinterpret_cast<char*>(right.data())),
-              RV_SUCCESS);
-    // The first images the tracker served.
-    EXPECT_EQ(left, vyx::sim::expectedImage(vyx::sim::ImageCamera::LeftGrey, 0, bytes));
-    EXPECT_EQ(right, vyx::sim::expectedImage(vyx::sim::ImageCamera::RightGrey, 0, bytes));
 }
