@@ -81,15 +81,17 @@ struct Cell {
 
 // One line per link and fault. Absent on purpose: images on Wi-Fi, whose
 // module carries none; images with faults that strike marker frames only
-// (closing, resetting and vanishing happen at a marker request, as the bad
-// end mark and the short frame spoil only marker frames): the Markers cells
-// show them; colour beside grey images, as both take the same request and
-// reply step (colour on USB, whose colour block is its own size); a reset or
-// a bad end mark on request where the close or the Ethernet cell fails the
-// same way; a short frame on request, which fails as a bad end mark does, a
-// frame read's time-out later; configuration faults but at connect; a reset
-// on USB, which has no connection to reset; the Wi-Fi header and the stall
-// on other links; a late reply but before a mode switch (a soak finding).
+// (closing, resetting and vanishing happen at a marker request, and a bad end
+// mark or a short frame spoils only marker frames): the Markers cells show
+// them; colour beside grey images, as both take the same request and reply
+// step (colour on USB, whose colour block is its own size); a reset on
+// request, which fails and recovers as the close does; a bad end mark on
+// request on USB, whose triggered read is Ethernet's code, and on Wi-Fi,
+// where the oversized header takes the same path; a short frame on request,
+// which fails as a bad end mark does, a frame read's time-out later;
+// configuration faults but at connect; a reset on USB, which has no
+// connection to reset; the Wi-Fi header and the stall on other links; a late
+// reply but before a mode switch, the exchange of a soak finding.
 const Cell kCells[] = {
     {kEth, kBadChecksum1, Connect, RV_FAILED, 2},
     {kEth, kNoConfigReply, Connect, RV_READ_ERROR, 5},
